@@ -1,0 +1,36 @@
+// Call-site logging for the library's own sources. Each macro tests the
+// threshold before evaluating its arguments, so an off level costs one compare.
+#ifndef ORVANE_LOG_MACROS_H
+#define ORVANE_LOG_MACROS_H
+
+#include "orvane_log.h"
+
+#define ORVANE_LOG_AT(level, tid, ...)                                                   \
+    do {                                                                                  \
+        if (g_enSDKLogLevel <= (level)) {                                                 \
+            SDKLog((uint32_t)(tid), (level), __FILE__, __func__, (uint32_t)__LINE__,      \
+                   __VA_ARGS__);                                                          \
+        }                                                                                 \
+    } while (0)
+
+#define LOG_TRACE(tid, ...) ORVANE_LOG_AT(LOG_LEVEL_TRACE, tid, __VA_ARGS__)
+#define LOG_INFO(tid, ...) ORVANE_LOG_AT(LOG_LEVEL_INFO, tid, __VA_ARGS__)
+#define LOG_ERROR(tid, ...) ORVANE_LOG_AT(LOG_LEVEL_ERROR, tid, __VA_ARGS__)
+
+// Same as LOG_TRACE but names another function in the line, for messages
+// the system attributes to a helper it inlines.
+#define LOG_TRACE_AS(func, tid, ...)                                                     \
+    do {                                                                                  \
+        if (g_enSDKLogLevel <= LOG_LEVEL_TRACE) {                                         \
+            SDKLog((uint32_t)(tid), LOG_LEVEL_TRACE, __FILE__, (func), (uint32_t)__LINE__, \
+                   __VA_ARGS__);                                                          \
+        }                                                                                 \
+    } while (0)
+
+// Bounded copies with the caller's position, as every module uses them.
+#define ORV_MEMCPY(dst, max, src, n) SF_MEMCPY_Ex((dst), (src), (uint32_t)(max), (uint32_t)(n), __FILE__, __func__, (uint32_t)__LINE__)
+#define ORV_MEMMOVE(dst, max, src, n) SF_MEMMOVE_Ex((dst), (src), (uint32_t)(max), (uint32_t)(n), __FILE__, __func__, (uint32_t)__LINE__)
+#define ORV_MEMSET(dst, max, v, n) SF_MEMSET_Ex((dst), (v), (uint32_t)(max), (uint32_t)(n), __FILE__, __func__, (uint32_t)__LINE__)
+#define ORV_STRNCAT(dst, max, src, n) SF_STRNCAT_Ex((dst), (src), (uint32_t)(max), (uint32_t)(n), __FILE__, __func__, (uint32_t)__LINE__)
+
+#endif

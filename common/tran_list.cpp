@@ -1,0 +1,170 @@
+// Circular doubly linked list. Damaged-list refusals live in LinkBeforeHead
+// and UnlinkMiddle; every public operation goes through them.
+#include "list_walk.hpp"
+
+namespace {
+
+void LinkAlone(STTranNode *pstNode, STTranManage *pstList)
+{
+    pstNode->pstPrev = pstNode;
+    pstNode->pstNext = pstNode;
+    pstList->pstHead = pstNode;
+}
+
+// Puts the node between the last node and the head; refuses a damaged list.
+bool LinkBeforeHead(STTranNode *pstNode, STTranManage *pstList)
+{
+    STTranNode *pstHead = pstList->pstHead;
+    if (pstHead == nullptr || pstHead->pstPrev == nullptr) {
+        return false;
+    }
+    STTranNode *pstLast = pstHead->pstPrev;
+    pstNode->pstNext = pstHead;
+    pstLast->pstNext = pstNode;
+    pstNode->pstPrev = pstLast;
+    pstHead->pstPrev = pstNode;
+    return true;
+}
+
+}  // namespace
+
+extern "C" {
+
+void InitSTTranManage(PFKeyCompare pfKeyCompare, STTranManage *pstList)
+{
+    if (pstList == nullptr) {
+        return;
+    }
+    pstList->uiNodeNum = 0;
+    pstList->pstHead = nullptr;
+    pstList->pfKeyCompare = pfKeyCompare;
+}
+
+uint32_t GetTranNodeNum(const STTranManage *pstList) { return pstList->uiNodeNum; }
+
+STTranNode *GetNodeHead(const STTranManage *pstList) { return pstList->pstHead; }
+
+STTranNode *GetNodeTail(const STTranManage *pstList)
+{
+    return pstList->pstHead == nullptr ? nullptr : pstList->pstHead->pstPrev;
+}
+
+uint32_t IsListEmpty(const STTranManage *pstList) { return pstList->uiNodeNum == 0 ? 1u : 0u; }
+
+uint32_t InsertNodeTail(STTranNode *pstNode, STTranManage *pstList)
+{
+    if (pstNode == nullptr || pstList == nullptr) {
+        return 1;
+    }
+    if (pstList->uiNodeNum == 0) {
+        LinkAlone(pstNode, pstList);
+    } else if (!LinkBeforeHead(pstNode, pstList)) {
+        return 1;
+    }
+    pstList->uiNodeNum++;
+    return 0;
+}
+
+uint32_t InsertNodeHead(STTranNode *pstNode, STTranManage *pstList)
+{
+    if (InsertNodeTail(pstNode, pstList) != 0) {
+        return 1;
+    }
+    pstList->pstHead = pstNode;
+    return 0;
+}
+
+uint32_t RemoveNode(STTranNode *pstNode, STTranManage *pstList)
+{
+    if (pstNode == nullptr || pstList == nullptr || pstList->uiNodeNum == 0) {
+        return 1;
+    }
+    if (pstList->uiNodeNum == 1) {
+        pstList->pstHead = nullptr;
+    } else {
+        if (pstList->pstHead == nullptr || pstNode->pstNext == nullptr ||
+            pstNode->pstPrev == nullptr) {
+            return 1;
+        }
+        pstNode->pstPrev->pstNext = pstNode->pstNext;
+        pstNode->pstNext->pstPrev = pstNode->pstPrev;
+        if (pstList->pstHead == pstNode) {
+            pstList->pstHead = pstNode->pstNext;
+        }
+    }
+    pstNode->pstPrev = nullptr;
+    pstNode->pstNext = nullptr;
+    pstList->uiNodeNum--;
+    return 0;
+}
+
+STTranNode *SeekNode(const void *pKey, STTranManage *pstList)
+{
+    if (pKey == nullptr || pstList == nullptr || pstList->pfKeyCompare == nullptr ||
+        pstList->pstHead == nullptr || pstList->uiNodeNum == 0) {
+        return nullptr;
+    }
+    PFKeyCompare pfCompare = pstList->pfKeyCompare;
+    return orvane::WalkList(pstList, [&](STTranNode *pstNode) {
+        return pfCompare(TRAN_NODE_DATA(pstNode), pKey) == 0;
+    });
+}
+
+uint32_t InsertNodeOrderByKey(const void *pKey, STTranNode *pstNode, STTranManage *pstList)
+{
+    if (pstNode == nullptr || pstList == nullptr || pstList->pfKeyCompare == nullptr) {
+        return 1;
+    }
+    if (pstList->uiNodeNum == 0) {
+        LinkAlone(pstNode, pstList);
+        pstList->uiNodeNum++;
+        return 0;
+    }
+    STTranNode *pstMatch = SeekNode(pKey, pstList);
+    if (pstMatch == nullptr) {
+        return InsertNodeTail(pstNode, pstList);
+    }
+    // Immediately before the match; the head stays, so a match on the head
+    // puts the new node last.
+    STTranNode *pstPrev = pstMatch->pstPrev;
+    if (pstPrev == nullptr) {
+        return 1;
+    }
+    pstNode->pstPrev = pstPrev;
+    pstNode->pstNext = pstMatch;
+    pstPrev->pstNext = pstNode;
+    pstMatch->pstPrev = pstNode;
+    pstList->uiNodeNum++;
+    return 0;
+}
+
+uint32_t GetListTranNodeNum(const STTranManage *pstList)
+{
+    if (pstList == nullptr || pstList->pstHead == nullptr) {
+        return 0;
+    }
+    uint32_t uiCount = 0;
+    orvane::WalkList(pstList, TRAN_LIST_MAX_WALK, [&](STTranNode *) {
+        ++uiCount;
+        return false;
+    });
+    return uiCount;
+}
+
+uint32_t CopyFrom(STTranManage *pstSrc, STTranManage *pstDst)
+{
+    if (pstSrc == nullptr || pstDst == nullptr) {
+        return 1;
+    }
+    const uint32_t uiCount = pstSrc->uiNodeNum;
+    for (uint32_t i = 0; i < uiCount; ++i) {
+        STTranNode *pstNode = pstSrc->pstHead;
+        if (RemoveNode(pstNode, pstSrc) != 0) {
+            break;
+        }
+        InsertNodeTail(pstNode, pstDst);
+    }
+    return 0;
+}
+
+}  // extern "C"
