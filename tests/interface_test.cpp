@@ -1,0 +1,158 @@
+// Context lifecycle, argument codes and the shared configuration.
+#include <cstring>
+
+#include "daemon_fixture.hpp"
+
+namespace orvane_test {
+namespace {
+
+class InterfaceTest : public DaemonTest {};
+
+TEST_F(InterfaceTest, ThreadNumbersUseTheLowByte)
+{
+    STWebPageConfig cfg{LOG_LEVEL_ERROR, 0, 0};
+    uint32_t size = 0;
+    for (uint32_t bad : {16u, 272u, 0xFFu}) {
+        EXPECT_EQ(API_InitWebPage(bad, &cfg, &size, CollectPageEnd, AnswerDns), 1u) << bad;
+        EXPECT_EQ(API_InitConfig(bad, &cfg), 1u) << bad;
+        EXPECT_EQ(API_TestConfig(bad, 1), 1u) << bad;
+        EXPECT_EQ(API_InitWebPageTimer(bad, StartTimer, StopTimer), 1u) << bad;
+        STFlowInfo flow{};
+        STWebPageEvent ev{};
+        uint64_t id = 9;
+        EXPECT_EQ(API_AssociateWebPage(bad, &flow, &ev, &id), 1u) << bad;
+    }
+    EXPECT_EQ(API_InitWebPage(256, &cfg, &size, CollectPageEnd, AnswerDns), 0u);  // thread 0
+    EXPECT_NE(g_pstWebPage[0], nullptr);
+    EXPECT_EQ(API_InitWebPage(0, &cfg, &size, CollectPageEnd, AnswerDns), 2u);
+}
+
+TEST_F(InterfaceTest, InitRejectsEveryMissingArgument)
+{
+    STWebPageConfig cfg{0, 0, 0};
+    uint32_t size = 0;
+    EXPECT_EQ(API_InitWebPage(0, nullptr, &size, CollectPageEnd, AnswerDns), 1u);
+    EXPECT_EQ(API_InitWebPage(0, &cfg, nullptr, CollectPageEnd, AnswerDns), 1u);
+    EXPECT_EQ(API_InitWebPage(0, &cfg, &size, nullptr, AnswerDns), 1u);
+    EXPECT_EQ(API_InitWebPage(0, &cfg, &size, CollectPageEnd, nullptr), 1u);
+    EXPECT_EQ(g_pstWebPage[0], nullptr);
+    EXPECT_EQ(g_ausCauseCode407[0], 0u);  // a failed call changes no shared setting
+    EXPECT_EQ(API_InitConfig(0, nullptr), 1u);
+}
+
+TEST_F(InterfaceTest, ThreadZeroWritesTheSharedConfiguration)
+{
+    STWebPageConfig cfg{LOG_LEVEL_ERROR, 30, 0};
+    uint32_t size = 0;
+    ASSERT_EQ(API_InitWebPage(3, &cfg, &size, CollectPageEnd, AnswerDns), 0u);
+    EXPECT_EQ(g_PageEndFunc, nullptr);
+    EXPECT_EQ(g_auiTimeThreshold[0], 0u);
+    API_TestConfig(0, 1);
+    ASSERT_EQ(API_InitWebPage(0, &cfg, &size, CollectPageEnd, AnswerDns), 0u);
+    EXPECT_EQ(g_PageEndFunc, &CollectPageEnd);
+    EXPECT_EQ(g_DNSQueryFunc, &AnswerDns);
+    EXPECT_EQ(g_ausCauseCode407[0], 407u);
+    EXPECT_EQ(g_stTestConfig, 0u);
+    EXPECT_EQ(g_stWebPageConfig.usPageTimeOut, 30u);
+    EXPECT_EQ(g_enSDKLogLevel, (uint32_t)LOG_LEVEL_ERROR);
+    const uint32_t expected[24] = {2000, 2000, 2000, 2000, 3000, 3000, 3000, 3000, 3500,  3500,  3500,  3500,
+                                   15000, 15000, 15000, 15000, 2000, 5000, 3000, 2000, 2000, 2000, 2000, 2000};
+    EXPECT_EQ(std::memcmp(g_auiTimeThreshold, expected, sizeof(expected)), 0);
+    EXPECT_EQ(g_stPageConfig.uiReserved1, 120u);
+    EXPECT_EQ(g_stPageConfig.uiReserved2, 1024u);
+    EXPECT_STREQ(g_stPageConfig.aacContentType[2], "application/x-shockwa");
+    EXPECT_STREQ(g_stPageConfig.aacFlashKeyword[2], ".swf");
+    EXPECT_STREQ(g_stPageConfig.aacHostBlackKeyword[3], "statistic");
+    EXPECT_STREQ(g_stPageConfig.acUcInputKeyword, "ucinput");
+    char host[] = "longpoll.social.example";
+    EXPECT_EQ(g_stPageConfig.uiHeartBeatHostKey, StrlwrAndBKDRHash(host, sizeof(host) - 1));
+
+    STWebPageConfig later{LOG_LEVEL_INFO, 10, 0};
+    EXPECT_EQ(API_InitConfig(5, &later), 0u);  // needs no context
+    EXPECT_EQ(g_stWebPageConfig.usPageTimeOut, 10u);
+    EXPECT_EQ(g_enSDKLogLevel, (uint32_t)LOG_LEVEL_INFO);
+}
+
+TEST_F(InterfaceTest, EveryInitClearsTheTimerCallbacks)
+{
+    InitThreads({0});
+    EXPECT_NE(g_stWebPageTimer.pfStartPageTimer, nullptr);
+    STWebPageConfig cfg{LOG_LEVEL_ERROR, 0, 0};
+    uint32_t size = 0;
+    ASSERT_EQ(API_InitWebPage(7, &cfg, &size, CollectPageEnd, AnswerDns), 0u);
+    EXPECT_EQ(g_stWebPageTimer.pfStartPageTimer, nullptr);
+    EXPECT_EQ(g_stWebPageTimer.pfStopPageTimer, nullptr);
+}
+
+TEST_F(InterfaceTest, AssociateChecksArgumentsContextAndEventKind)
+{
+    InitThreads({0});
+    STFlowInfo flow{};
+    Event ev = Req("www.example.com", "/", 1 * kSec);
+    STWebPageEvent raw = ev.Build();
+    uint64_t id = 77;
+    EXPECT_EQ(API_AssociateWebPage(0, nullptr, &raw, &id), 1u);
+    EXPECT_EQ(API_AssociateWebPage(0, &flow, nullptr, &id), 1u);
+    EXPECT_EQ(API_AssociateWebPage(0, &flow, &raw, nullptr), 1u);
+    EXPECT_EQ(API_AssociateWebPage(4, &flow, &raw, &id), 2u);
+    raw.usEventID = 2;
+    EXPECT_EQ(API_AssociateWebPage(0, &flow, &raw, &id), 3u);
+    EXPECT_EQ(id, 0u);
+    EXPECT_EQ(OpenPages(0), 0u);
+    EXPECT_TRUE(LogContains("[ERROR][API_AssociateWebPage]Init error."));
+}
+
+TEST_F(InterfaceTest, TimerIsStartedUntilItsHandleIsStored)
+{
+    InitThreads({0});
+    Sinks().storeTimerHandle = false;
+    Send(1, Req("www.example.com", "/a", 1 * kSec));
+    Send(1, Rsp(200, 2 * kSec));
+    EXPECT_EQ(Sinks().timerStarts.size(), 2u);
+    Sinks().storeTimerHandle = true;
+    Send(1, Req("www.example.com", "/b", 3 * kSec));
+    Send(1, Req("www.example.com", "/c", 4 * kSec));
+    EXPECT_EQ(Sinks().timerStarts.size(), 3u);
+    EXPECT_NE(Ctx(0)->ulPageTimer, 0u);
+}
+
+TEST_F(InterfaceTest, ReleaseAndRecreateRestartsPageIDs)
+{
+    InitThreads({0});
+    const uint64_t first = Send(1, Req("www.example.com", "/", 1 * kSec));
+    EXPECT_EQ(first, 1u);
+    API_ReleaseWebPage(0);
+    EXPECT_EQ(g_pstWebPage[0], nullptr);
+    ASSERT_EQ(Reported().size(), 1u);  // release reports the open page
+    Sinks().pages.clear();
+    InitThreads({0});
+    EXPECT_EQ(Send(2, Req("www.example.com", "/", 1 * kSec)), first);
+    API_ReleaseWebPageNode(0, 0);
+    EXPECT_TRUE(Reported().empty());
+    EXPECT_EQ(OpenPages(0), 0u);
+    EXPECT_EQ(Ctx(0)->stPageNodePool.m_uiFreeNodeNum, PAGE_NODE_NUM);
+    EXPECT_EQ(Ctx(0)->stMatchStrMemPool.m_uiFreeNodeNum, MATCH_STR_NODE_NUM);
+}
+
+TEST_F(InterfaceTest, ReleaseAndPrintOnMissingContextsOnlyLog)
+{
+    InitThreads({0}, 0, LOG_LEVEL_TRACE);
+    Sinks().logs.clear();
+    API_ReleaseWebPage(16);
+    API_ReleaseWebPageNode(9, 1);
+    API_PrintWebPageLog(9, 1);
+    EXPECT_TRUE(LogContains("ThreadID error."));
+    EXPECT_TRUE(LogContains("g_pstWebPage[ucThreadID] is NULL."));
+    struct Row {
+        uint32_t type;
+        size_t lines;
+    } rows[] = {{1, 3}, {2, 2}, {3, 1}, {4, 0}};
+    for (const Row &r : rows) {
+        Sinks().logs.clear();
+        API_PrintWebPageLog(0, r.type);
+        EXPECT_EQ(Sinks().logs.size(), r.lines) << r.type;
+    }
+}
+
+}  // namespace
+}  // namespace orvane_test
