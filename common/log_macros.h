@@ -27,6 +27,18 @@
         }                                                                                 \
     } while (0)
 
+// The other levels under a named function, for lines logged from inside a
+// list walk's visitor (where __func__ would name the lambda).
+#define ORVANE_LOG_AT_AS(level, func, tid, ...)                                          \
+    do {                                                                                  \
+        if (g_enSDKLogLevel <= (level)) {                                                 \
+            SDKLog((uint32_t)(tid), (level), __FILE__, (func), (uint32_t)__LINE__,        \
+                   __VA_ARGS__);                                                          \
+        }                                                                                 \
+    } while (0)
+#define LOG_INFO_AS(func, tid, ...) ORVANE_LOG_AT_AS(LOG_LEVEL_INFO, func, tid, __VA_ARGS__)
+#define LOG_ERROR_AS(func, tid, ...) ORVANE_LOG_AT_AS(LOG_LEVEL_ERROR, func, tid, __VA_ARGS__)
+
 // Bounded copies with the caller's position, as every module uses them.
 #define ORV_MEMCPY(dst, max, src, n) SF_MEMCPY_Ex((dst), (src), (uint32_t)(max), (uint32_t)(n), __FILE__, __func__, (uint32_t)__LINE__)
 #define ORV_MEMMOVE(dst, max, src, n) SF_MEMMOVE_Ex((dst), (src), (uint32_t)(max), (uint32_t)(n), __FILE__, __func__, (uint32_t)__LINE__)

@@ -11,11 +11,20 @@ namespace {
 constexpr uint8_t kGrowModeOn = 1;
 constexpr uint8_t kMaxGrowAttempts = 3;  // the third attempt is refused: two growth blocks at most
 constexpr uint32_t kHeaderSize = sizeof(STTranNode);
+constexpr size_t kNodeAlign = alignof(STTranNode);
+
+// Nodes lie back to back, header then user area. A user-area size that is not
+// a multiple of the pointer size is rounded up so every header stays aligned;
+// the library's own sizes (976, 160, 24) are multiples already.
+size_t NodeStride(uint32_t uiNodeSize)
+{
+    return ((size_t)uiNodeSize + kHeaderSize + kNodeAlign - 1) & ~(kNodeAlign - 1);
+}
 
 // Links a fresh block's nodes in address order; returns the last one.
 STTranNode *LinkBlock(void *pBlock, uint32_t uiCount, uint32_t uiNodeSize)
 {
-    const size_t stride = (size_t)uiNodeSize + kHeaderSize;
+    const size_t stride = NodeStride(uiNodeSize);
     unsigned char *pucBase = static_cast<unsigned char *>(pBlock);
     STTranNode *pstNode = nullptr;
     for (uint32_t i = 0; i < uiCount; ++i) {
@@ -51,7 +60,7 @@ uint32_t setInitMemPool(uint32_t uiNodeNum, uint32_t uiNodeSize, uint8_t ucGrowM
     pstPool->m_uiInitNodeNum = uiInit;
     pstPool->m_uiGrowNodeNum = (ucGrowMode == kGrowModeOn) ? uiNodeNum / 4 : 0;
 
-    void *pBlock = std::malloc((size_t)uiInit * ((size_t)uiNodeSize + kHeaderSize));
+    void *pBlock = std::malloc((size_t)uiInit * NodeStride(uiNodeSize));
     if (pBlock == nullptr) {
         InitMemPool(pstPool);
         return 1;
@@ -94,7 +103,7 @@ void ReallocNode(CMemPool *pstPool)
     if (uiGrow == 0) {
         return;
     }
-    void *pBlock = std::malloc((size_t)uiGrow * ((size_t)pstPool->m_uiNodeSize + kHeaderSize));
+    void *pBlock = std::malloc((size_t)uiGrow * NodeStride(pstPool->m_uiNodeSize));
     if (pBlock == nullptr) {
         return;
     }

@@ -1,0 +1,107 @@
+// Request classification with the default page configuration, and the
+// heartbeat pages of the long-poll host.
+#include <cstring>
+
+#include "daemon_fixture.hpp"
+
+namespace orvane_test {
+namespace {
+
+// A text with room for the NUL the black-list tests write at the capacity.
+struct Text {
+    char buf[URL_MAX_LEN + 1] = {};
+    uint16_t len;
+    explicit Text(const char *s, int givenLen = -1)
+        : len(static_cast<uint16_t>(givenLen < 0 ? std::strlen(s) : givenLen))
+    {
+        std::strncpy(buf, s, URL_MAX_LEN);
+    }
+};
+
+class ClassifyTest : public DaemonTest {
+protected:
+    void SetUp() override
+    {
+        DaemonTest::SetUp();
+        InitThreads({0});
+    }
+};
+
+TEST_F(ClassifyTest, WebTypeIsAPrefixEitherWayOrARedirect)
+{
+    const struct { const char *type; uint16_t max, cause; uint8_t expect; } cases[] = {
+        {"TEXT/HTML", 64, 0, 1}, {"text/html; charset=utf-8", 64, 200, 1}, {"text/h", 64, 0, 1},
+        {"application/x-shockwave-flash", 64, 0, 1}, {"image/png", 64, 200, 0}, {"image/png", 64, 302, 1},
+        {"image/png", 64, 407, 1}, {"image/png", 64, 304, 0}, {"", 64, 301, 1}, {"", 64, 200, 0},
+        {"text/html", 0, 0, 0}};
+    for (const auto &c : cases) {
+        EXPECT_EQ(IsWebType(c.type, static_cast<uint16_t>(std::strlen(c.type)), c.max, c.cause), c.expect)
+            << c.type << " / " << c.cause;
+    }
+    EXPECT_EQ(IsWebType(nullptr, 9, 64, 302), 1);
+    EXPECT_EQ(IsWebType(nullptr, 9, 64, 200), 0);
+    g_ausCauseCode407[0] = 0;
+    EXPECT_EQ(IsWebType("image/png", 9, 64, 407), 0);
+}
+
+TEST_F(ClassifyTest, FlashInTheContentTypeOrSwfAtTheEndOfAUrl)
+{
+    const struct { const char *url, *referer, *type; uint16_t urlMax; uint8_t expect; } cases[] = {
+        {"cdn.example/a.swf", "", "", 256, 1}, {"cdn.example/A.SWF", "", "", 256, 1},
+        {"cdn.example/a.swf?v=2", "", "", 256, 0}, {"", "www.example/player.swf", "", 256, 1},
+        {"", "", "video/x-FLV", 256, 1}, {"", "", "application/flash-video", 256, 1},
+        {"cdn.example/a.swf", "", "text/html", 10, 0},  // the end is taken at the capacity
+        {"cdn.example/swf", "www.example/", "text/html", 256, 0}, {"", "", "", 256, 0}};
+    for (const auto &c : cases) {
+        Text url(c.url), ref(c.referer), type(c.type);
+        EXPECT_EQ(IsBlackList(url.buf, url.len, c.urlMax, ref.buf, ref.len, 256, type.buf, type.len, 64), c.expect)
+            << c.url << " | " << c.referer << " | " << c.type;
+    }
+    Text swf("cdn.example/a.swf");
+    EXPECT_EQ(IsBlackList(swf.buf, swf.len, 256, nullptr, 0, 256, swf.buf, 0, 64), 0);
+}
+
+TEST_F(ClassifyTest, HostAndInputKeywordsMatchAnywhereInAnyCase)
+{
+    const struct { Text host; uint16_t max; uint8_t expect; } hosts[] = {
+        {Text("img.StatIstic.example"), 64, 1}, {Text("www.PORTAL.EXAMPLE.COM"), 64, 1},
+        {Text("suggest.example.net"), 64, 1}, {Text("a.onebox.example"), 64, 1}, {Text("news.example.org"), 64, 0},
+        {Text("statistic", 5), 64, 0},    // shorter than the keyword by its given length
+        {Text("abcdefstatistic"), 6, 0},  // cut at its capacity
+        {Text(""), 64, 0}};
+    for (auto h : hosts) {
+        EXPECT_EQ(IsHostBlackList(h.host.buf, h.host.len, h.max), h.expect) << h.host.buf;
+    }
+    EXPECT_EQ(IsHostBlackList(nullptr, 5, 64), 0);
+    Text input("search.example/?from=UCInput"), plain("search.example/?q=1");
+    EXPECT_EQ(IsUrlBlackList(input.buf, input.len, 256), 1);
+    EXPECT_EQ(IsUrlBlackList(plain.buf, plain.len, 256), 0);
+    EXPECT_EQ(IsUrlBlackList(input.buf, 0, 256), 0);
+}
+
+TEST_F(ClassifyTest, EachFlowKeepsOneSinglePageForItsHeartbeats)
+{
+    auto heartbeat = [this](int flow, const char *host, uint64_t begin) {
+        const Event ev = Req(host, "/poll", begin);  // owns the texts the raw event points to
+        STWebPageEvent raw = ev.Build();
+        STEventInfo info;
+        InitPageProcessInfo(0, &Flow(flow), &info);
+        GetReqEventInfo(&raw, &info);
+        return ProcessHeartBeat(&info);
+    };
+    const uint64_t page = heartbeat(1, "LongPoll.Social.Example", 1 * kSec);
+    ASSERT_NE(page, 0u);
+    EXPECT_EQ(FindPage(0, page)->uiPageType, (uint32_t)PAGE_TYPE_SINGLE);
+    EXPECT_FALSE(FindPage(0, page)->usPageFlag & PAGE_FLAG_WEBTYPE);
+    EXPECT_EQ(heartbeat(1, "longpoll.social.example", 40 * kSec), page);
+    EXPECT_EQ(FindPage(0, page)->usReqNum, 2u);
+
+    const uint64_t second = heartbeat(2, "longpoll.social.example", 41 * kSec);
+    EXPECT_TRUE(second != 0 && second != page);
+    EXPECT_EQ(heartbeat(1, "www.example.com", 42 * kSec), 0u);
+    EXPECT_EQ(OpenPages(0), 2u);
+    EXPECT_EQ(ProcessHeartBeat(nullptr), 0u);
+}
+
+}  // namespace
+}  // namespace orvane_test

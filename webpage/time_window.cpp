@@ -1,0 +1,326 @@
+// Time windows of the association rules: is a request close enough in time to
+// a page (or to one of its saved strings) for a rule to join them. Each
+// compare type is one row of kWindowRules, read by EvaluateWindow; the last
+// rule, CompareMsgTimeWithAllPageNode, joins a request to a page on time alone.
+#include <cstddef>
+
+#include "webpage_util.hpp"
+
+namespace {
+
+constexpr uint32_t kInside = 0;
+constexpr uint64_t kNsPerMs = 1000000ull;
+constexpr uint32_t kNetworkColumnNum = 4;
+
+// The window a row falls back to when its table entry is 0. Row 2's fallback
+// is longer than its configured default on purpose.
+constexpr uint64_t kRowFallbackNs[] = {
+    2000 * kNsPerMs,   // TIME_THRESHOLD_TRANS_WITH_PAGE
+    3000 * kNsPerMs,   // TIME_THRESHOLD_HOST
+    5500 * kNsPerMs,   // TIME_THRESHOLD_REFERER_URL
+    15000 * kNsPerMs,  // TIME_THRESHOLD_URL_LOCATION
+    2000 * kNsPerMs,   // TIME_THRESHOLD_APP_CORRELATION
+    2000 * kNsPerMs,   // TIME_THRESHOLD_REFERER_REFERER
+};
+static_assert(sizeof(kRowFallbackNs) / sizeof(kRowFallbackNs[0]) * kNetworkColumnNum ==
+                  sizeof(g_auiTimeThreshold) / sizeof(g_auiTimeThreshold[0]),
+              "one fallback per threshold row");
+
+// How a window after a reference time is bounded; a zero reference (time
+// unknown) never opens its window.
+enum class Bound : uint8_t { kNone, kStrict, kInclusive };
+
+enum class Kind : uint8_t {
+    kNever,        // no rule: always outside
+    kString,       // a string rule's window: an overlap with the references is inside
+    kStatusAware,  // time-only rules: an event that only ends in the window needs a good status
+};
+
+struct WindowRule {
+    Kind enKind;
+    uint8_t ucRow;
+    Bound enAfterRefBegin;  // window after X (last request, or a string's begin)
+    Bound enAfterRefEnd;    // window after Y (last response, or a string's end)
+    bool bNeedsBothRefs;    // either reference unknown: outside
+    bool bDouble407;        // pages held up by proxy authentication get twice the time
+};
+
+constexpr WindowRule kWindowRules[] = {
+    /* URL with main-request location */
+    {Kind::kString, TIME_THRESHOLD_URL_LOCATION, Bound::kNone, Bound::kInclusive, false, false},
+    /* referer with main-request URL */
+    {Kind::kString, TIME_THRESHOLD_REFERER_URL, Bound::kStrict, Bound::kInclusive, false, false},
+    /* host with main-request host */
+    {Kind::kString, TIME_THRESHOLD_HOST, Bound::kStrict, Bound::kInclusive, false, true},
+    /* URL with sub-request location */
+    {Kind::kString, TIME_THRESHOLD_URL_LOCATION, Bound::kNone, Bound::kInclusive, false, false},
+    /* referer with sub-request URL */
+    {Kind::kString, TIME_THRESHOLD_REFERER_URL, Bound::kStrict, Bound::kNone, true, false},
+    /* host with sub-request host */
+    {Kind::kString, TIME_THRESHOLD_HOST, Bound::kInclusive, Bound::kNone, false, true},
+    /* referer with referer */
+    {Kind::kString, TIME_THRESHOLD_REFERER_REFERER, Bound::kStrict, Bound::kInclusive, false, false},
+    /* no rule */
+    {Kind::kNever, 0, Bound::kNone, Bound::kNone, false, false},
+    /* time only, web-type page */
+    {Kind::kStatusAware, TIME_THRESHOLD_TRANS_WITH_PAGE, Bound::kStrict, Bound::kInclusive, false, false},
+    /* time only, page not of web type */
+    {Kind::kStatusAware, TIME_THRESHOLD_APP_CORRELATION, Bound::kStrict, Bound::kInclusive, false, false},
+    /* the second name of the web-type time rule */
+    {Kind::kStatusAware, TIME_THRESHOLD_TRANS_WITH_PAGE, Bound::kStrict, Bound::kInclusive, false, false},
+};
+static_assert(sizeof(kWindowRules) / sizeof(kWindowRules[0]) == COMPARE_TRANS_WITH_PAGE_ALT + 1,
+              "one window per compare type");
+
+uint64_t ThresholdNs(const WindowRule &stRule, uint32_t enNetworkType, uint16_t usPageCauseCode)
+{
+    const uint32_t uiColumn = (enNetworkType >= 1 && enNetworkType < kNetworkColumnNum) ? enNetworkType : 0;
+    const uint32_t uiMs = g_auiTimeThreshold[stRule.ucRow * kNetworkColumnNum + uiColumn];
+    uint64_t ullWindow = uiMs != 0 ? uiMs * kNsPerMs : kRowFallbackNs[stRule.ucRow];
+    if (stRule.bDouble407 && Is407CauseCode(usPageCauseCode) != 0) {
+        ullWindow <<= 1;
+    }
+    return ullWindow;
+}
+
+// Order is checked before subtracting so that a time before the reference
+// can never wrap into a small, "inside" distance.
+bool WithinAfter(uint64_t ullTime, uint64_t ullRef, uint64_t ullWindow, Bound enBound)
+{
+    if (ullTime < ullRef) {
+        return false;
+    }
+    const uint64_t ullGap = ullTime - ullRef;
+    return enBound == Bound::kStrict ? ullGap < ullWindow : ullGap <= ullWindow;
+}
+
+bool NearRef(uint64_t ullBegin, uint64_t ullEnd, uint64_t ullRef, uint64_t ullWindow, Bound enBound)
+{
+    return enBound != Bound::kNone && ullRef != 0 &&
+           (WithinAfter(ullBegin, ullRef, ullWindow, enBound) || WithinAfter(ullEnd, ullRef, ullWindow, enBound));
+}
+
+uint32_t EvaluateWindow(uint32_t enCompareType, uint64_t ullBegin, uint64_t ullEnd, uint64_t ullRefBegin,
+                        uint64_t ullRefEnd, uint32_t enNetworkType, uint16_t usPageCauseCode,
+                        uint16_t usEventCauseCode)
+{
+    if (enCompareType >= sizeof(kWindowRules) / sizeof(kWindowRules[0])) {
+        return COMPARE_OUTSIDE;
+    }
+    const WindowRule &stRule = kWindowRules[enCompareType];
+    const bool bBeganBeforeRef = ullBegin < ullRefBegin || ullBegin < ullRefEnd;
+    switch (stRule.enKind) {
+        case Kind::kNever:
+            return COMPARE_OUTSIDE;
+        case Kind::kString:
+            // The event overlaps the latest activity it is compared with.
+            if (bBeganBeforeRef) {
+                return kInside;
+            }
+            if (stRule.bNeedsBothRefs && (ullRefBegin == 0 || ullRefEnd == 0)) {
+                return COMPARE_OUTSIDE;
+            }
+            break;
+        case Kind::kStatusAware:
+            // A request still in flight that began before the page's last activity.
+            if (ullEnd == 0 && bBeganBeforeRef) {
+                return kInside;
+            }
+            break;
+    }
+
+    const uint64_t ullWindow = ThresholdNs(stRule, enNetworkType, usPageCauseCode);
+    const bool bNear = NearRef(ullBegin, ullEnd, ullRefBegin, ullWindow, stRule.enAfterRefBegin) ||
+                       NearRef(ullBegin, ullEnd, ullRefEnd, ullWindow, stRule.enAfterRefEnd);
+    if (!bNear) {
+        return COMPARE_OUTSIDE;
+    }
+    if (stRule.enKind == Kind::kString || ullBegin >= ullRefBegin) {
+        return kInside;
+    }
+    // Only the end falls in the window: a transaction that began before the
+    // page's last request belongs to it only if it was answered well.
+    return IsRsponseOK(usEventCauseCode) != 0 ? kInside : COMPARE_OUTSIDE;
+}
+
+bool IsWebRequest(STEventInfo *pstInfo)
+{
+    return IsWebType(pstInfo->acContentType, pstInfo->usContentTypeLen, CONTENT_TYPE_MAX_LEN,
+                     pstInfo->usCauseCode) != 0 &&
+           IsBlackList(pstInfo->acURL, pstInfo->usURLLen, URL_MAX_LEN, pstInfo->acRefererUrl,
+                       pstInfo->usRefererUrlLen, REFERER_MAX_LEN, pstInfo->acContentType,
+                       pstInfo->usContentTypeLen, CONTENT_TYPE_MAX_LEN) == 0;
+}
+
+constexpr const char kAllPageFunc[] = "CompareMsgTimeWithAllPageNode";
+
+// One page of the time-only walk: the ID that took the event, or 0 to go on.
+uint64_t MatchPageByTime(STPageNode *pstPage, STEventInfo *pstInfo)
+{
+    const uint8_t ucThreadID = pstInfo->ucThreadID;
+    const uint64_t ullBegin = pstInfo->ullReqBeginTime;
+    if (pstPage->uiPageType != PAGE_TYPE_ASSOCIATE || !orvane::HasFlag(pstPage, PAGE_FLAG_SUCCESS)) {
+        return 0;
+    }
+    if (ullBegin != 0 && pstPage->ullPageFirReq > ullBegin) {
+        return 0;
+    }
+
+    if (orvane::HasFlag(pstPage, PAGE_FLAG_WEBTYPE)) {
+        if (CompareMsgTimeTransWithPage(ullBegin, pstInfo->ullReqEndTime, pstPage->ullPageLastReq,
+                                        pstPage->ullPageLastRsp, pstPage->enNetworkType,
+                                        pstInfo->usCauseCode) != kInside) {
+            return 0;
+        }
+        LOG_TRACE_AS(kAllPageFunc, ucThreadID, "Page is webtype,match page with time is OK.");
+        pstInfo->uiMatchLevel = 1;
+        if (UpdatePageNode(pstPage, pstInfo, PAGE_TYPE_ASSOCIATE) != 0) {
+            LOG_ERROR_AS(kAllPageFunc, ucThreadID, "Match page(webtype) with time is OK,Update page error.");
+            return 0;
+        }
+        LOG_TRACE_AS(kAllPageFunc, ucThreadID, "Match page(webtype) with time is OK,Update page,PageID is %llu.",
+                     static_cast<unsigned long long>(pstPage->uiPageID));
+        return pstPage->uiPageID;
+    }
+
+    if (CompareMsgTimeAppCorrelation(ullBegin, pstInfo->ullReqEndTime, pstPage->ullPageLastReq,
+                                     pstPage->ullPageLastRsp, pstPage->enNetworkType,
+                                     pstInfo->usCauseCode) != kInside) {
+        return 0;
+    }
+    LOG_TRACE_AS(kAllPageFunc, ucThreadID, "Page is not webtype,match page with time is OK.");
+    // A web request near an application's traffic starts a page of its own
+    // rather than being buried in the application's page.
+    if (IsWebRequest(pstInfo)) {
+        const uint64_t ullNewID = InsertPageNode(pstInfo, PAGE_TYPE_ASSOCIATE, 0);
+        if (ullNewID != 0) {
+            LOG_TRACE_AS(kAllPageFunc, ucThreadID,
+                         "Match page with time is OK,Reqevent is webtype and is not in blacklist,intert page,"
+                         "PageID is %llu.",
+                         static_cast<unsigned long long>(ullNewID));
+            return ullNewID;
+        }
+        LOG_ERROR_AS(kAllPageFunc, ucThreadID,
+                     "Match page with time is OK,Reqevent is webtype and is not in blacklist,intert page error.");
+    }
+    pstInfo->uiMatchLevel = 1;
+    if (UpdatePageNode(pstPage, pstInfo, PAGE_TYPE_ASSOCIATE) != 0) {
+        LOG_ERROR_AS(kAllPageFunc, ucThreadID,
+                     "Match page with time is OK,Reqevent is not webtype or is in blacklist.Update page error");
+        return 0;
+    }
+    LOG_TRACE_AS(kAllPageFunc, ucThreadID,
+                 "Match page with time is OK,Reqevent is not webtype or is in blacklist.Update page,PageID is %llu",
+                 static_cast<unsigned long long>(pstPage->uiPageID));
+    return pstPage->uiPageID;
+}
+
+}  // namespace
+
+extern "C" {
+
+uint32_t CompareMsgTime(uint64_t ullPageFirReq, uint64_t ullReqBeginTime, uint64_t ullReqEndTime,
+                        uint64_t ullRefBeginTime, uint64_t ullRefEndTime, uint32_t enCompareType,
+                        uint32_t enNetworkType, uint16_t usPageCauseCode, uint16_t usEventCauseCode)
+{
+    // An event that began before the page did cannot belong to it.
+    if (ullReqBeginTime != 0 && ullPageFirReq > ullReqBeginTime) {
+        return COMPARE_OUTSIDE;
+    }
+    return EvaluateWindow(enCompareType, ullReqBeginTime, ullReqEndTime, ullRefBeginTime, ullRefEndTime,
+                          enNetworkType, usPageCauseCode, usEventCauseCode);
+}
+
+// Locations of the main request and of sub-requests share one window.
+uint32_t CompareMsgTimeUrlWithMainReqLocation(uint64_t ullBegin, uint64_t ullEnd, uint64_t ullRefBegin,
+                                              uint64_t ullRefEnd, uint32_t enNetworkType)
+{
+    return EvaluateWindow(COMPARE_URL_WITH_MAIN_REQ_LOCATION, ullBegin, ullEnd, ullRefBegin, ullRefEnd,
+                          enNetworkType, 0, 0);
+}
+
+uint32_t CompareMsgTimeUrlWithSubReqLocation(uint64_t ullBegin, uint64_t ullEnd, uint64_t ullRefBegin,
+                                             uint64_t ullRefEnd, uint32_t enNetworkType)
+    __attribute__((alias("CompareMsgTimeUrlWithMainReqLocation")));
+
+uint32_t CompareMsgTimeRefererWithMainReqUrl(uint64_t ullBegin, uint64_t ullEnd, uint64_t ullRefBegin,
+                                             uint64_t ullRefEnd, uint32_t enNetworkType)
+{
+    return EvaluateWindow(COMPARE_REFERER_WITH_MAIN_REQ_URL, ullBegin, ullEnd, ullRefBegin, ullRefEnd,
+                          enNetworkType, 0, 0);
+}
+
+uint32_t CompareMsgTimeRefererWithSubReqUrl(uint64_t ullBegin, uint64_t ullEnd, uint64_t ullRefBegin,
+                                            uint64_t ullRefEnd, uint32_t enNetworkType)
+{
+    return EvaluateWindow(COMPARE_REFERER_WITH_SUB_REQ_URL, ullBegin, ullEnd, ullRefBegin, ullRefEnd,
+                          enNetworkType, 0, 0);
+}
+
+uint32_t CompareMsgTimeRefererWithReferer(uint64_t ullBegin, uint64_t ullEnd, uint64_t ullRefBegin,
+                                          uint64_t ullRefEnd, uint32_t enNetworkType)
+{
+    return EvaluateWindow(COMPARE_REFERER_WITH_REFERER, ullBegin, ullEnd, ullRefBegin, ullRefEnd, enNetworkType, 0,
+                          0);
+}
+
+uint32_t CompareMsgTimeHostWithMainReqHost(uint64_t ullBegin, uint64_t ullEnd, uint64_t ullRefBegin,
+                                           uint64_t ullRefEnd, uint32_t enNetworkType, uint16_t usPageCauseCode)
+{
+    return EvaluateWindow(COMPARE_HOST_WITH_MAIN_REQ_HOST, ullBegin, ullEnd, ullRefBegin, ullRefEnd, enNetworkType,
+                          usPageCauseCode, 0);
+}
+
+uint32_t CompareMsgTimeHostWithSubReqHost(uint64_t ullBegin, uint64_t ullEnd, uint64_t ullRefBegin,
+                                          uint64_t ullRefEnd, uint32_t enNetworkType, uint16_t usPageCauseCode)
+{
+    return EvaluateWindow(COMPARE_HOST_WITH_SUB_REQ_HOST, ullBegin, ullEnd, ullRefBegin, ullRefEnd, enNetworkType,
+                          usPageCauseCode, 0);
+}
+
+uint32_t CompareMsgTimeTransWithPage(uint64_t ullBegin, uint64_t ullEnd, uint64_t ullRefBegin, uint64_t ullRefEnd,
+                                     uint32_t enNetworkType, uint16_t usEventCauseCode)
+{
+    return EvaluateWindow(COMPARE_TRANS_WITH_PAGE, ullBegin, ullEnd, ullRefBegin, ullRefEnd, enNetworkType, 0,
+                          usEventCauseCode);
+}
+
+uint32_t CompareMsgTimeAppCorrelation(uint64_t ullBegin, uint64_t ullEnd, uint64_t ullRefBegin, uint64_t ullRefEnd,
+                                      uint32_t enNetworkType, uint16_t usEventCauseCode)
+{
+    return EvaluateWindow(COMPARE_APP_CORRELATION, ullBegin, ullEnd, ullRefBegin, ullRefEnd, enNetworkType, 0,
+                          usEventCauseCode);
+}
+
+uint64_t CompareMsgTimeWithAllPageNode(STEventInfo *pstInfo)
+{
+    if (pstInfo == nullptr) {
+        LOG_ERROR(LOG_TID_ANY, "Para err.");
+        return 0;
+    }
+    const uint8_t ucThreadID = pstInfo->ucThreadID;
+    if (!orvane::IsValidThread(ucThreadID)) {
+        LOG_ERROR(ucThreadID, "ucThreadID err.");
+        return 0;
+    }
+    LOG_TRACE(ucThreadID, "Other match is fail,match page with time.");
+    const STWebPage *pstContext = orvane::ContextOf(ucThreadID);
+    if (pstContext == nullptr || pstContext->stPageNodeList.uiNodeNum == 0) {
+        LOG_TRACE(ucThreadID, "PageList is empty.");
+        return 0;
+    }
+
+    // Newest page first, so among pages all within their windows the most
+    // recently opened one takes the event.
+    uint64_t ullPageID = 0;
+    orvane::WalkList(&pstContext->stPageNodeList, [&](STTranNode *pstNode) {
+        ullPageID = MatchPageByTime(orvane::PageOf(pstNode), pstInfo);
+        return ullPageID != 0;
+    });
+    if (ullPageID == 0) {
+        LOG_TRACE(ucThreadID, "Other match is fail,match page with time but not match page.");
+    }
+    return ullPageID;
+}
+
+}  // extern "C"
