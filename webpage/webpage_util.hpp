@@ -25,6 +25,14 @@ inline STPageNode *PageOf(STTranNode *pstNode) { return NodeData<STPageNode>(pst
 inline STMatchStrNode *MatchStrOf(STTranNode *pstNode) { return NodeData<STMatchStrNode>(pstNode); }
 
 inline bool HasFlag(const STPageNode *pstPage, uint16_t usFlag) { return (pstPage->usPageFlag & usFlag) != 0; }
+inline void SetPageFlag(STPageNode *pstPage, uint16_t usFlag)
+{
+    pstPage->usPageFlag = static_cast<uint16_t>(pstPage->usPageFlag | usFlag);
+}
+inline void ClearPageFlag(STPageNode *pstPage, uint16_t usFlag)
+{
+    pstPage->usPageFlag = static_cast<uint16_t>(pstPage->usPageFlag & ~usFlag);
+}
 
 // A page the string and time rules may join: an associate page whose main
 // response succeeded and that is a web page.
@@ -80,6 +88,46 @@ inline size_t BoundedLen(const char *pcText, size_t max)
     }
     return n;
 }
+
+// Gives a page without a first time its start from the event: the request's
+// begin, else the response's, moved back to the flow's SYN when that came at
+// most 5 s earlier. Logs its lines under pcFunc (page creation and update
+// share it). Defined in page_update.cpp.
+void SetPageFirstTime(STPageNode *pstPage, const STEventInfo *pstInfo, const char *pcFunc);
+
+// What sets an ordinary page's creation apart from a UCID page's; every other
+// step of making a page is shared. The caller checks its arguments and logs
+// its own first line; the shared steps log under pcFunc.
+struct PageCreation {
+    const char *pcFunc;        // function name the shared lines carry
+    const char *pcMethodLine;  // logged when the method is neither GET nor POST
+    uint8_t ucListType;        // PAGE_LIST_ORDINARY or PAGE_LIST_UCID: the list joined
+    uint8_t ucIsUcidPage;
+    bool bWebTypeTest;         // drop PAGE_FLAG_WEBTYPE for content of no web type
+    bool bSaveFirReq;          // keep the first request's host, URL and location
+};
+
+// Makes a page from the event (node, reset, DNS, first time, ID, flags,
+// update) and returns its ID, 0 when no node could be had or linked. Defined
+// with InsertPageNode in page_store.cpp; InsertUcidPageNode uses it too.
+uint64_t CreatePage(STEventInfo *pstInfo, uint32_t uiPageType, const PageCreation &stHow);
+
+// A request that may open a page of its own: of a web content type (or a
+// redirect) and not black-listed.
+inline bool IsWebTypeAndNotBlack(STEventInfo *pstInfo)
+{
+    return IsWebType(pstInfo->acContentType, pstInfo->usContentTypeLen, CONTENT_TYPE_MAX_LEN,
+                     pstInfo->usCauseCode) != 0 &&
+           IsBlackList(pstInfo->acURL, pstInfo->usURLLen, URL_MAX_LEN, pstInfo->acRefererUrl,
+                       pstInfo->usRefererUrlLen, REFERER_MAX_LEN, pstInfo->acContentType,
+                       pstInfo->usContentTypeLen, CONTENT_TYPE_MAX_LEN) == 0;
+}
+
+// The event side of a compare record (keys, lengths, capacities, texts),
+// logged under pcFunc; and its ports and addresses. Defined with the
+// main-request rules in main_req_compare.cpp; the sub-request rules share them.
+void FillCompareInfo(STEventInfo *pstInfo, STCompareInfo *pstCompare, const char *pcFunc);
+void FillCompareEndpoints(const STEventInfo *pstInfo, STCompareInfo *pstCompare);
 
 }  // namespace orvane
 

@@ -1,0 +1,171 @@
+// Daemon stories told end to end: events through API_AssociateWebPage, timer
+// runs, and the page results that come out.
+#include "daemon_fixture.hpp"
+
+namespace orvane_test {
+namespace {
+
+constexpr uint64_t kT0 = 5000 * kSec;
+
+class ScenarioTest : public DaemonTest {};
+
+TEST_F(ScenarioTest, OnePageLivesQuietlyAndIsReportedOnce)
+{
+    InitThreads({0});
+    Sinks().dns["www.example.com"] = STDNSQueryResult{kT0 - 3 * kSec, 0, 40, 0};
+
+    Event req = Req("www.example.com", "/index.html", kT0, kT0 + 10 * kMs);
+    req.syn = kT0 - 50 * kMs;
+    req.contentType = "text/html";  // the daemon knows the transaction's type
+    const uint64_t id = Send(1, req);
+    EXPECT_EQ(id, 1u);
+    RunTimer(0, 10);  // the response restarts the quiet count
+    EXPECT_EQ(Send(1, Rsp(200, kT0 + 100 * kMs, kT0 + 400 * kMs)), id);
+    ASSERT_EQ(OpenPages(0), 1u);
+
+    RunTimer(0, 12);
+    EXPECT_TRUE(Reported().empty());
+    RunTimer(0);
+    ASSERT_EQ(Reported().size(), 1u);
+    const STPageKQI &kqi = Reported()[0];
+    EXPECT_EQ(kqi.uiPageID, id);
+    EXPECT_EQ(kqi.usCauseCode, 200u);
+    EXPECT_EQ(kqi.ucSuccFlag, 1u);
+    EXPECT_EQ(kqi.ucPageFlag, 0u);  // one request is too small to count
+    EXPECT_EQ(kqi.uiDnsDelay, 40u);
+    // Timed from the DNS query, which began shortly before the page.
+    EXPECT_EQ(kqi.ullPageDelay, 3 * kSec + 400 * kMs);
+
+    RunTimer(0, 20);
+    EXPECT_EQ(Reported().size(), 1u);
+    EXPECT_EQ(GetFreeNodeNum(&Ctx(0)->stPageNodePool), PAGE_NODE_NUM);
+    EXPECT_EQ(GetFreeNodeNum(&Ctx(0)->stMatchStrMemPool), MATCH_STR_NODE_NUM);
+}
+
+// A main page and nine sub-requests on other flows of the same host; the
+// page's verdict follows how many answers were good.
+TEST_F(ScenarioTest, PageVerdictFollowsItsAnswers)
+{
+    struct Case {
+        int failed;
+        int unanswered;
+        uint16_t cause;
+        uint8_t succ;
+        uint64_t delay;
+    };
+    const Case cases[] = {
+        {1, 0, 200, 1, 1401 * kMs},
+        {2, 0, 2000, 0, 1401 * kMs},
+        {0, 2, 2001, 0, 60 * kSec},
+    };
+    for (const Case &c : cases) {
+        SetUp();
+        InitThreads({0});
+        Event main = Req("www.example.com", "/", kT0);
+        main.contentType = "text/html";
+        const uint64_t id = Send(0, main);
+        ASSERT_EQ(Send(0, Rsp(200, kT0 + 50 * kMs)), id);
+        for (int i = 1; i < 10; ++i) {
+            const uint64_t at = kT0 + static_cast<uint64_t>(i) * 100 * kMs;
+            EXPECT_EQ(Send(i, Req("www.example.com", "/img" + std::to_string(i) + ".png", at)), id) << i;
+            if (i < 10 - c.unanswered) {
+                EXPECT_EQ(Send(i, Rsp(i <= c.failed ? 404 : 200, at + 500 * kMs)), id) << i;
+            }
+        }
+        DrainPages(0);
+        ASSERT_EQ(Reported().size(), 1u);
+        EXPECT_EQ(Reported()[0].usCauseCode, c.cause);
+        EXPECT_EQ(Reported()[0].ucSuccFlag, c.succ);
+        EXPECT_EQ(Reported()[0].ucPageFlag, 1u);
+        EXPECT_EQ(Reported()[0].ullPageDelay, c.delay);
+        TearDown();
+    }
+}
+
+TEST_F(ScenarioTest, TimerStartsWithTheFirstEventAndStopsWithTheLastPage)
+{
+    InitThreads({0});
+    Send(1, Req("www.example.com", "/", kT0));
+    Send(2, Req("other.example.net", "/", kT0 + 30 * kSec));
+    ASSERT_EQ(Sinks().timerStarts.size(), 1u);
+    EXPECT_EQ(Ctx(0)->ulPageTimer, 100u);
+
+    RunTimer(0, 13);  // both pages went quiet together
+    EXPECT_EQ(OpenPages(0), 0u);
+    ASSERT_EQ(Sinks().timerStops.size(), 1u);
+    EXPECT_EQ(Sinks().timerStops[0], 100u);
+    EXPECT_EQ(Ctx(0)->ulPageTimer, 0u);
+
+    Send(3, Req("www.example.com", "/again", kT0 + 100 * kSec));
+    EXPECT_EQ(Sinks().timerStarts.size(), 2u);
+    RunTimer(0, 5);
+    EXPECT_EQ(Sinks().timerStops.size(), 1u);  // a page is left: keep running
+}
+
+TEST_F(ScenarioTest, ThirtyPagesExhaustThePoolUntilOneCloses)
+{
+    InitThreads({0});
+    // Unrelated hosts far apart in time: every request opens its own page.
+    auto request = [](int i) {
+        return Req("site" + std::to_string(i) + ".example", "/", kT0 + static_cast<uint64_t>(i) * 60 * kSec);
+    };
+    EXPECT_NE(Send(0, request(0)), 0u);
+    RunTimer(0);  // the first page is one run older than the rest
+    for (int i = 1; i < 30; ++i) {
+        EXPECT_NE(Send(i, request(i)), 0u) << i;
+    }
+    uint64_t id = 99;
+    EXPECT_EQ(Send(0, 30, request(30), &id), WEBPAGE_ERR_NO_PAGE);
+    EXPECT_EQ(id, 0u);
+    EXPECT_EQ(OpenPages(0), 30u);
+
+    RunTimer(0, 12);
+    ASSERT_EQ(Reported().size(), 1u);
+    EXPECT_EQ(Send(0, 31, request(31), &id), WEBPAGE_OK);
+    EXPECT_EQ(id, 31u);
+}
+
+TEST_F(ScenarioTest, ThreadsKeepToTheirOwnPages)
+{
+    InitThreads({0, 1});
+    uint64_t id0 = 0, id1 = 0;
+    ASSERT_EQ(Send(0, 1, Req("www.example.com", "/", kT0), &id0), WEBPAGE_OK);
+    // The same host and time on thread 1 would join the page on thread 0.
+    ASSERT_EQ(Send(1, 2, Req("www.example.com", "/a.css", kT0 + 10 * kMs), &id1), WEBPAGE_OK);
+    EXPECT_EQ(id0, 1u);
+    EXPECT_EQ(id1, 0x1000000000000001u);
+    EXPECT_EQ(OpenPages(0), 1u);
+    EXPECT_EQ(OpenPages(1), 1u);
+
+    RunTimer(1, 13);
+    ASSERT_EQ(Reported().size(), 1u);
+    EXPECT_EQ(Reported()[0].uiPageID, id1);
+    EXPECT_EQ(OpenPages(0), 1u);
+}
+
+TEST_F(ScenarioTest, ReleasesCloseEverythingAndANewContextStartsAfresh)
+{
+    InitThreads({0});
+    Send(1, Req("www.example.com", "/", kT0));
+    API_ReleaseWebPageNode(0, 0);
+    EXPECT_TRUE(Reported().empty());
+    EXPECT_EQ(OpenPages(0), 0u);
+    EXPECT_EQ(Sinks().timerStops.size(), 1u);
+
+    Send(2, Req("www.example.com", "/", kT0 + 100 * kSec));
+    API_ReleaseWebPageNode(0, 1);  // reported with its cause and ID only
+    ASSERT_EQ(Reported().size(), 1u);
+    const STPageKQI &node = Reported()[0];
+    EXPECT_EQ(node.uiPageID, 2u);
+    EXPECT_EQ(node.ucPageFlag + node.ucSuccFlag + node.uiDnsDelay + node.ullPageDelay, 0u);
+
+    Send(3, Req("www.example.com", "/", kT0 + 200 * kSec));
+    API_ReleaseWebPage(0);  // reported, timed, never judged
+    ASSERT_EQ(Reported().size(), 2u);
+    EXPECT_EQ(Reported()[1].ullPageDelay, kMs);
+    InitThreads({0});
+    EXPECT_EQ(Send(4, Req("www.example.com", "/", kT0)), 1u);
+}
+
+}  // namespace
+}  // namespace orvane_test

@@ -1,0 +1,266 @@
+// The match driver: screens a request, hands UCID requests to their own
+// matcher, runs the association rules in order and falls back to the flow's
+// page or a new one. Responses only take the fallback.
+#include "webpage_util.hpp"
+
+namespace {
+
+using orvane::ContainsNoCase;
+
+// The configured input keyword (typed-in search text) anywhere in the URI.
+bool UriHasInputKeyword(STEventInfo *pstInfo)
+{
+    pstInfo->acUri[URI_MAX_LEN] = '\0';
+    const char *pcKeyword = g_stPageConfig.acUcInputKeyword;
+    const size_t keywordLen = orvane::BoundedLen(pcKeyword, sizeof(g_stPageConfig.acUcInputKeyword));
+    return pstInfo->usUriLen != 0 && keywordLen != 0 && pstInfo->usUriLen >= keywordLen &&
+           ContainsNoCase(pstInfo->acUri, pcKeyword, keywordLen);
+}
+
+bool IsBlackRequest(STEventInfo *pstInfo)
+{
+    return IsHostBlackList(pstInfo->acHost, pstInfo->usHostLen, HOST_MAX_LEN) != 0 || UriHasInputKeyword(pstInfo);
+}
+
+void MarkFlowBlack(STEventInfo *pstInfo, uint8_t ucBlack)
+{
+    if (pstInfo->pstFlowInfo != nullptr) {
+        pstInfo->pstFlowInfo->ucIsBlack = ucBlack;
+    }
+}
+
+bool HasHost(const STEventInfo &stInfo) { return stInfo.uiHostHashKey != 0; }
+bool HasUrl(const STEventInfo &stInfo) { return stInfo.uiURLHashKey != 0; }
+bool HasReferer(const STEventInfo &stInfo) { return stInfo.uiRefererHashKey != 0; }
+bool Always(const STEventInfo &) { return true; }
+bool HasNoKeys(const STEventInfo &stInfo) { return !HasHost(stInfo) && !HasUrl(stInfo) && !HasReferer(stInfo); }
+// The URL was assembled without a host.
+bool LacksHost(const STEventInfo &stInfo) { return stInfo.usURLLen == 0 || stInfo.acURL[0] == '/'; }
+
+uint64_t RunHeartBeat(STEventInfo *pstInfo, STCompareInfo *) { return ProcessHeartBeat(pstInfo); }
+uint64_t RunSpecialUri(STEventInfo *pstInfo, STCompareInfo *) { return ProcessSpecialUri(pstInfo); }
+uint64_t RunRefererWithReferer(STEventInfo *pstInfo, STCompareInfo *) { return CompareRefererWithAllReqReferer(pstInfo); }
+uint64_t RunTimeMatch(STEventInfo *pstInfo, STCompareInfo *) { return CompareMsgTimeWithAllPageNode(pstInfo); }
+
+// Against the main requests of all pages.
+template <uint32_t CompareType>
+uint64_t RunMainCompare(STEventInfo *pstInfo, STCompareInfo *pstCompare)
+{
+    if (GetCompareInfo(pstInfo, CompareType, pstCompare) == 1) {
+        return 0;
+    }
+    return CompareMainReqString(pstInfo, pstCompare, CompareType);
+}
+
+// Against the strings saved from the latest associated page's sub-requests.
+template <uint32_t CompareType>
+uint64_t RunSubCompare(STEventInfo *pstInfo, STCompareInfo *pstCompare)
+{
+    STPageNode *pstPage = GetLatelyAssociatePageNode(pstInfo);
+    if (pstPage == nullptr || GetSubCompareInfo(pstPage, pstInfo, CompareType, pstCompare) == 1) {
+        return 0;
+    }
+    return CompareSubReqString(pstInfo, pstPage, pstCompare, CompareType);
+}
+
+enum class RuleEnd : uint8_t {
+    kOnMatch,    // log the matched line and stop when the rule names a page
+    kLogAlways,  // log the matched line whatever the result; stop on a page
+    kLast,       // log the matched line and the closing line; the result is final
+    kRefuse,     // a guard: log the line at ERROR and stop without a page
+};
+
+struct MatchRule {
+    bool (*applies)(const STEventInfo &);
+    uint64_t (*run)(STEventInfo *, STCompareInfo *);
+    const char *before;   // TRACE line before the rule runs, or null
+    const char *matched;  // format with the page ID (the ERROR text of a guard)
+    RuleEnd end;
+};
+
+// Order is policy: the first rule that names a page wins.
+constexpr MatchRule kMatchRules[] = {
+    {HasHost, RunHeartBeat, nullptr, "Event is HeartBeat, PageID = %llu.", RuleEnd::kOnMatch},
+    {HasNoKeys, nullptr, nullptr, "ReqInfo is NULL.", RuleEnd::kRefuse},
+    {HasUrl, RunMainCompare<COMPARE_URL_WITH_MAIN_REQ_LOCATION>, "Matching main location with URL.",
+     "URL match main location is OK, PageID = %llu.", RuleEnd::kOnMatch},
+    {HasUrl, RunSubCompare<COMPARE_URL_WITH_SUB_REQ_LOCATION>, "Matching sub location with URL.",
+     "URL match sub location is OK, PageID = %llu.", RuleEnd::kOnMatch},
+    {LacksHost, RunSpecialUri, nullptr, "Special URL, PageID = %llu.", RuleEnd::kLogAlways},
+    {HasReferer, RunMainCompare<COMPARE_REFERER_WITH_MAIN_REQ_URL>, "Matching main URL with referer.",
+     "Referer match main URL is OK, PageID = %llu.", RuleEnd::kOnMatch},
+    {HasReferer, RunSubCompare<COMPARE_REFERER_WITH_SUB_REQ_URL>, "Matching sub URL with referer.",
+     "Referer match sub URL is OK, PageID = %llu.", RuleEnd::kOnMatch},
+    {HasReferer, RunRefererWithReferer, "Matching main referer with referer.",
+     "Referer match main referer is OK, PageID = %llu.", RuleEnd::kOnMatch},
+    {HasHost, RunMainCompare<COMPARE_HOST_WITH_MAIN_REQ_HOST>, "Matching main host with host.",
+     "Host match main host is OK, PageID = %llu.", RuleEnd::kOnMatch},
+    {HasHost, RunSubCompare<COMPARE_HOST_WITH_SUB_REQ_HOST>, "Matching sub host with host.",
+     "Host match sub host is OK, PageID = %llu.", RuleEnd::kOnMatch},
+    {Always, RunTimeMatch, nullptr, "Time match, PageID = %llu.", RuleEnd::kLast},
+};
+
+}  // namespace
+
+extern "C" {
+
+uint64_t WebPageEventReqProcess(STEventInfo *pstInfo, const STWebPageEvent *pstEvent)
+{
+    if (pstInfo == nullptr || pstEvent == nullptr) {
+        LOG_ERROR(LOG_TID_NONE, "para err.");
+        return 0;
+    }
+    const uint32_t uiTid = pstInfo->ucThreadID;
+    if (uiTid >= WEBPAGE_THREAD_NUM) {
+        LOG_ERROR(uiTid, "ucThreadID err.");
+        return 0;
+    }
+    if (GetReqEventInfo(pstEvent, pstInfo) != 0) {
+        LOG_ERROR(uiTid, "GetReqEventInfo err.");
+        return 0;
+    }
+
+    if (IsBlackRequest(pstInfo)) {
+        MarkFlowBlack(pstInfo, 1);
+        LOG_TRACE(uiTid, "Req event host/url is black.");
+        return PAGE_ID_BLACK;
+    }
+    LOG_TRACE(uiTid, "current Req event host is not black");
+    MarkFlowBlack(pstInfo, 0);
+
+    // UCID requests are placed by time among UCID pages only.
+    if (IsUrlContainsUcid(pstInfo->acUri, pstInfo->usUriLen, URI_MAX_LEN) != 0) {
+        uint64_t ullPageID = WebPageUcidMsgMatch(pstInfo);
+        LOG_TRACE(uiTid, "ucid  WebPageUcidMsgMatch, PageID=%llu.", (unsigned long long)ullPageID);
+        if (ullPageID == 0) {
+            ullPageID = InsertUcidPageNode(pstInfo, PAGE_TYPE_ASSOCIATE);
+            LOG_TRACE(uiTid, "WebPageucidMsgMatch, fail ! create page PageID=%llu.", (unsigned long long)ullPageID);
+        }
+        if (pstInfo->pstFlowInfo != nullptr) {
+            pstInfo->pstFlowInfo->ucIsUcid = 1;
+        }
+        LOG_TRACE(uiTid, "trans is ucid!");
+        return ullPageID;
+    }
+
+    uint64_t ullPageID = WebPageMsgMatch(pstInfo);
+    LOG_TRACE(uiTid, "not ucid WebPageMsgMatch, PageID=%llu.", (unsigned long long)ullPageID);
+    if (ullPageID != 0) {
+        return ullPageID;
+    }
+    ullPageID = ProcessNoMsgOrMatchFail(pstInfo, 1);
+    LOG_TRACE(uiTid, "ProcessNoMsgOrMatchFail true, PageID=%llu.", (unsigned long long)ullPageID);
+    if (ullPageID != 0) {
+        return ullPageID;
+    }
+    ullPageID = ProcessNoMsgOrMatchFail(pstInfo, 0);
+    LOG_ERROR(uiTid, "ProcessNoMsgOrMatchFail false, PageID=%llu.", (unsigned long long)ullPageID);
+    return ullPageID;
+}
+
+uint64_t WebPageMsgMatch(STEventInfo *pstInfo)
+{
+    if (pstInfo == nullptr) {
+        LOG_ERROR(LOG_TID_NONE, "para err.");
+        return 0;
+    }
+    const uint32_t uiTid = pstInfo->ucThreadID;
+    if (uiTid >= WEBPAGE_THREAD_NUM) {
+        LOG_ERROR(uiTid, "ucThreadID err.");
+        return 0;
+    }
+    LOG_TRACE(uiTid, "****Match webpage is begin*********************************.");
+
+    STCompareInfo stCompare{};
+    for (const MatchRule &stRule : kMatchRules) {
+        if (!stRule.applies(*pstInfo)) {
+            continue;
+        }
+        if (stRule.end == RuleEnd::kRefuse) {
+            LOG_ERROR(uiTid, "%s", stRule.matched);
+            return 0;
+        }
+        if (stRule.before != nullptr) {
+            LOG_TRACE(uiTid, "%s", stRule.before);
+        }
+        const uint64_t ullPageID = stRule.run(pstInfo, &stCompare);
+        if (ullPageID != 0 || stRule.end != RuleEnd::kOnMatch) {
+            LOG_TRACE(uiTid, stRule.matched, (unsigned long long)ullPageID);
+        }
+        if (stRule.end == RuleEnd::kLast) {
+            LOG_TRACE(uiTid, "****Match webpage is end*********************************.");
+            return ullPageID;
+        }
+        if (ullPageID != 0) {
+            return ullPageID;
+        }
+    }
+    return 0;
+}
+
+uint64_t ProcessNoMsgOrMatchFail(STEventInfo *pstInfo, uint8_t bIsAllRuleMatchFail)
+{
+    if (pstInfo == nullptr) {
+        LOG_ERROR(LOG_TID_ANY, "Para err.");
+        return 0;
+    }
+    const uint32_t uiTid = pstInfo->ucThreadID;
+    if (uiTid >= WEBPAGE_THREAD_NUM) {
+        LOG_ERROR(uiTid, "ucThreadID err.");
+        return 0;
+    }
+    LOG_TRACE(uiTid, "Match fail process,bIsAllRuleMatchFail is %u.", bIsAllRuleMatchFail);
+    if (pstInfo->pstFlowInfo == nullptr) {
+        return 0;
+    }
+    if (pstInfo->pstFlowInfo->ucIsBlack == 1) {
+        LOG_TRACE(uiTid, "Match fail process,flow  host  is  black list.");
+        return PAGE_ID_BLACK;
+    }
+
+    uint32_t uiPageType = PAGE_TYPE_SINGLE;
+    if (bIsAllRuleMatchFail != 0) {
+        // A request no rule placed opens its own page; flash content never
+        // becomes a web page.
+        if (IsBlackList(pstInfo->acURL, pstInfo->usURLLen, URL_MAX_LEN, pstInfo->acRefererUrl,
+                        pstInfo->usRefererUrlLen, REFERER_MAX_LEN, pstInfo->acContentType,
+                        pstInfo->usContentTypeLen, CONTENT_TYPE_MAX_LEN) != 0) {
+            LOG_TRACE(uiTid, "Match fail process,Reqevent is in blacklist.");
+        } else {
+            uiPageType = PAGE_TYPE_ASSOCIATE;
+        }
+        const uint64_t ullPageID = InsertPageNode(pstInfo, uiPageType, 1);
+        LOG_TRACE(uiTid, "Match fail process,insert page,PageID is %llu.", (unsigned long long)ullPageID);
+        if (ullPageID != 0) {
+            return ullPageID;
+        }
+    }
+
+    STPageNode *pstPage = GetPageNodeByFlowInfo(pstInfo, PAGE_LIST_ORDINARY);
+    if (pstPage != nullptr) {
+        LOG_TRACE(uiTid, "Match fail process,Get page by flow is OK,PageID is %llu.",
+                  (unsigned long long)pstPage->uiPageID);
+        if (UpdatePageNode(pstPage, pstInfo, pstPage->uiPageType) == 0) {
+            return pstPage->uiPageID;
+        }
+    }
+    LOG_TRACE(uiTid, "Match fail process,Get page by flow is NOK,insert new page.");
+    return InsertPageNode(pstInfo, uiPageType, 0);
+}
+
+uint64_t WebPageEventRspProcess(STEventInfo *pstInfo, const STWebPageEvent *pstEvent)
+{
+    if (pstInfo == nullptr || pstEvent == nullptr) {
+        return 0;
+    }
+    (void)GetRspEventInfo(pstEvent, pstInfo);
+    if (pstInfo->pstFlowInfo == nullptr) {
+        return 0;
+    }
+    if (pstInfo->pstFlowInfo->ucIsUcid == 1) {
+        return UcidGetPageNodeByFlowInfo(pstInfo);
+    }
+    return ProcessNoMsgOrMatchFail(pstInfo, 0);
+}
+
+}  // extern "C"
