@@ -1,0 +1,305 @@
+// Moves a flow's finished transactions into its session, one list per
+// direction, merging overlaps so that each list is a sorted run of disjoint
+// busy intervals; then sums payload and busy time per direction.
+#include "ott_internal.hpp"
+
+namespace {
+
+using orvane::kOttErrorTid;
+using orvane::TransOf;
+
+STTranManage *TargetList(STOttSession *pstSession, uint8_t ucDirection)
+{
+    switch (ucDirection) {
+        case OTT_DIRECTION_UP:
+            return &pstSession->stUpTransList;
+        case OTT_DIRECTION_DOWN:
+            return &pstSession->stDwTransList;
+        default:
+            return nullptr;
+    }
+}
+
+// Returns a node that is on no list (the new transaction) to the pool.
+void ReturnLooseNode(STOttTransNode *pstNode, CMemPool *pstPool, const STTranManage *pstList)
+{
+    if (pstPool == nullptr || pstList == nullptr) {
+        LOG_ERROR_AS("FreeOttTransNode", kOttErrorTid, "FreeOttTransNode input param error.");
+        return;
+    }
+    FreeNodeMem(&pstNode->stNode, pstPool);
+}
+
+// Links pstNode in front of pstBefore. Seen from pstBefore as the head, that
+// spot is the ring's tail, so the list's own checked append does the linking.
+uint32_t InsertBefore(STTranNode *pstNode, STTranNode *pstBefore, STTranManage *pstList)
+{
+    if (pstBefore == pstList->pstHead) {
+        return InsertNodeHead(pstNode, pstList);
+    }
+    STTranNode *const pstHead = pstList->pstHead;
+    pstList->pstHead = pstBefore;
+    const uint32_t uiRet = InsertNodeTail(pstNode, pstList);
+    pstList->pstHead = pstHead;
+    return uiRet;
+}
+
+struct Anchors {
+    STOttTransNode *pstFirst = nullptr;  // where the new begin falls
+    STOttTransNode *pstLast = nullptr;   // where the new end falls
+    uint8_t ucBeginKind = 0;
+    uint8_t ucEndKind = 0;
+
+    bool Complete() const { return pstFirst != nullptr && pstLast != nullptr; }
+    bool SetFirst(STOttTransNode *pstNode, uint8_t ucKind)
+    {
+        pstFirst = pstNode;
+        ucBeginKind = ucKind;
+        return Complete();
+    }
+    bool SetLast(STOttTransNode *pstNode, uint8_t ucKind)
+    {
+        pstLast = pstNode;
+        ucEndKind = ucKind;
+        return Complete();
+    }
+};
+
+bool Within(uint64_t ullStamp, const STOttTransNode &stNode)
+{
+    return stNode.ullBeginTime <= ullStamp && ullStamp <= stNode.ullEndTime;
+}
+
+// In the gap in front of stNode: from the previous node's end, included, to
+// stNode's begin, excluded.
+bool InGapBefore(uint64_t ullStamp, const STOttTransNode &stPrev, const STOttTransNode &stNode)
+{
+    return stPrev.ullEndTime <= ullStamp && ullStamp < stNode.ullBeginTime;
+}
+
+// Walks from the tail towards the head and stops as soon as both anchors are
+// known, so a transaction near the tail costs a step or two. The order of the
+// checks decides which node a touching stamp belongs to.
+Anchors FindAnchors(STTranManage *pstList, const STOttTransNode &stNew)
+{
+    Anchors stAnchors;
+    STTranNode *const pstHead = pstList->pstHead;
+    orvane::WalkListBackward(pstList, pstList->uiNodeNum, [&](STTranNode *pstCur) {
+        STOttTransNode &stCur = *TransOf(pstCur);
+        if (Within(stNew.ullBeginTime, stCur) && stAnchors.SetFirst(&stCur, OTT_MERGE_INSIDE)) {
+            return true;
+        }
+        if (Within(stNew.ullEndTime, stCur) && stAnchors.SetLast(&stCur, OTT_MERGE_INSIDE)) {
+            return true;
+        }
+        if (pstCur == pstHead) {
+            if (stNew.ullBeginTime < stCur.ullBeginTime) {
+                stAnchors.SetFirst(&stCur, OTT_MERGE_BEFORE);
+            }
+            return true;
+        }
+        if (pstCur->pstPrev == nullptr) {
+            return true;
+        }
+        const STOttTransNode &stPrev = *TransOf(pstCur->pstPrev);
+        if (InGapBefore(stNew.ullBeginTime, stPrev, stCur) && stAnchors.SetFirst(&stCur, OTT_MERGE_BEFORE)) {
+            return true;
+        }
+        return InGapBefore(stNew.ullEndTime, stPrev, stCur) && stAnchors.SetLast(&stCur, OTT_MERGE_BEFORE);
+    });
+    return stAnchors;
+}
+
+void SumDirection(CMemPool *pstPool, STTranManage *pstList, uint64_t &ullPayLoad, uint64_t &ullDuration)
+{
+    orvane::DrainList(pstList, [&](STTranNode *pstHead) {
+        if (pstHead == nullptr) {
+            return true;
+        }
+        STOttTransNode *pstNode = TransOf(pstHead);
+        ullPayLoad += pstNode->uiPayLoad;
+        // A node without a valid interval ends the sums; the rest is released unread.
+        if (pstNode->ullBeginTime == 0 || pstNode->ullEndTime <= pstNode->ullBeginTime) {
+            return true;
+        }
+        ullDuration += pstNode->ullEndTime - pstNode->ullBeginTime;
+        FreeOttTransNode(pstPool, pstNode, pstList);
+        return false;
+    });
+}
+
+}  // namespace
+
+extern "C" {
+
+STOttTransNode *FindFirstOverTrans(const STTranManage *pstList)
+{
+    if (pstList == nullptr || pstList->pstHead == nullptr || pstList->uiNodeNum == 0) {
+        return nullptr;
+    }
+    return TransOf(orvane::WalkList(pstList, [](STTranNode *pstNode) {
+        return TransOf(pstNode)->ucState == OTT_STATE_OVER;
+    }));
+}
+
+uint32_t API_OTTTransMerge(CMemPool *pstPool, STOttSession *pstSession, STOttFlow *pstFlow)
+{
+    if (pstPool == nullptr || pstSession == nullptr || pstFlow == nullptr) {
+        return OTT_RET_PARAM;
+    }
+    STTranManage *const pstFlowList = &pstFlow->stTransList;
+    if (pstFlowList->uiNodeNum == 0) {
+        return OTT_RET_NOTHING;
+    }
+    // One pass in arrival order: every finished node before the current one
+    // has already left the list, so this is the "first finished node" each time.
+    orvane::WalkList(pstFlowList, [&](STTranNode *pstCur) {
+        STOttTransNode *pstNode = TransOf(pstCur);
+        if (pstNode->ucState != OTT_STATE_OVER) {
+            return false;
+        }
+        STTranManage *pstTarget = TargetList(pstSession, pstNode->ucDirection);
+        if (pstTarget == nullptr) {
+            return true;  // the rest of the flow is dropped below
+        }
+        if (pstNode->ullBeginTime >= pstNode->ullEndTime) {
+            FreeOttTransNode(pstPool, pstNode, pstFlowList);
+            return false;
+        }
+        if (RemoveNode(pstCur, pstFlowList) != 0) {
+            return true;
+        }
+        if (pstTarget->uiNodeNum == 0) {
+            InsertNodeTail(pstCur, pstTarget);
+        } else {
+            StartMergeTrans(pstTarget, pstNode, pstPool);
+        }
+        return false;
+    });
+    // Unfinished transactions do not outlive a merge.
+    if (pstFlowList->uiNodeNum != 0) {
+        orvane::ReleaseTransList(pstPool, pstFlowList);
+    }
+    return OTT_RET_OK;
+}
+
+void StartMergeTrans(STTranManage *pstList, STOttTransNode *pstNew, CMemPool *pstPool)
+{
+    if (pstList == nullptr || pstNew == nullptr || pstList->pstHead == nullptr ||
+        GetNodeTail(pstList) == nullptr || pstNew->ullBeginTime >= pstNew->ullEndTime) {
+        return;
+    }
+    STOttTransNode *pstHead = TransOf(pstList->pstHead);
+    STOttTransNode *pstTail = TransOf(GetNodeTail(pstList));
+    if (pstNew->ullBeginTime > pstTail->ullEndTime) {
+        InsertNodeTail(&pstNew->stNode, pstList);
+        return;
+    }
+    if (pstNew->ullEndTime < pstHead->ullBeginTime) {
+        InsertNodeHead(&pstNew->stNode, pstList);
+        return;
+    }
+    if (pstPool == nullptr) {
+        return;  // it could absorb nothing: leave the list as it is
+    }
+    // Pull the tail out to the new end, so the end always lands in or before a node.
+    if (pstNew->ullEndTime >= pstTail->ullEndTime) {
+        pstTail->ullEndTime = pstNew->ullEndTime;
+    }
+    const Anchors stAnchors = FindAnchors(pstList, *pstNew);
+    if (!stAnchors.Complete()) {
+        // Only a list out of time order gets here; the node must not be lost.
+        ReturnLooseNode(pstNew, pstPool, pstList);
+        return;
+    }
+    MergeOneTransaction(pstNew, stAnchors.pstFirst, stAnchors.pstLast, stAnchors.ucBeginKind,
+                        stAnchors.ucEndKind, pstPool, pstList);
+}
+
+void MergeOneTransaction(STOttTransNode *pstNew, STOttTransNode *pstFirst, STOttTransNode *pstLast,
+                         uint8_t ucBeginKind, uint8_t ucEndKind, CMemPool *pstPool, STTranManage *pstList)
+{
+    if (pstNew == nullptr || pstFirst == nullptr || pstLast == nullptr || pstPool == nullptr ||
+        pstList == nullptr) {
+        return;
+    }
+    const bool bBeginInside = (ucBeginKind == OTT_MERGE_INSIDE);
+    const bool bEndInside = (ucEndKind == OTT_MERGE_INSIDE);
+    if ((!bBeginInside && ucBeginKind != OTT_MERGE_BEFORE) || (!bEndInside && ucEndKind != OTT_MERGE_BEFORE)) {
+        return;
+    }
+    if (!bBeginInside && !bEndInside && pstFirst == pstLast) {
+        // Wholly inside one gap: a node of its own.
+        if (InsertBefore(&pstNew->stNode, &pstFirst->stNode, pstList) != 0) {
+            ReturnLooseNode(pstNew, pstPool, pstList);
+        }
+        return;
+    }
+    if (!bBeginInside) {
+        pstFirst->ullBeginTime = pstNew->ullBeginTime;
+    }
+    if (bEndInside) {
+        pstFirst->ullEndTime = pstLast->ullEndTime;
+    } else {
+        pstFirst->ullEndTime = pstNew->ullEndTime;
+    }
+    // An end in a gap stops short of the node behind that gap.
+    STOttTransNode *pstAbsorbTo = bEndInside ? pstLast : TransOf(pstLast->stNode.pstPrev);
+    if (pstAbsorbTo == nullptr) {
+        return;
+    }
+    UpdateMergeTransPayLoad(pstNew, pstFirst, pstAbsorbTo, ucBeginKind, ucEndKind, pstPool, pstList);
+    if (pstAbsorbTo != pstFirst) {
+        ReturnLooseNode(pstNew, pstPool, pstList);
+    }
+}
+
+void UpdateMergeTransPayLoad(STOttTransNode *pstNew, STOttTransNode *pstFirst, STOttTransNode *pstLast,
+                             uint8_t ucBeginKind, uint8_t ucEndKind, CMemPool *pstPool, STTranManage *pstList)
+{
+    (void)ucBeginKind;
+    (void)ucEndKind;
+    if (pstNew == nullptr || pstFirst == nullptr || pstLast == nullptr) {
+        return;
+    }
+    pstFirst->uiPayLoad += pstNew->uiPayLoad;
+    if (pstLast == pstFirst) {
+        ReturnLooseNode(pstNew, pstPool, pstList);
+        return;
+    }
+    const uint32_t uiLimit = (pstList != nullptr) ? pstList->uiNodeNum : TRAN_LIST_MAX_WALK;
+    orvane::WalkListFrom(pstFirst->stNode.pstNext, uiLimit, [&](STTranNode *pstCur) {
+        if (pstCur == &pstFirst->stNode) {
+            return true;  // wrapped around: pstLast was not behind pstFirst
+        }
+        STOttTransNode *pstNode = TransOf(pstCur);
+        pstFirst->uiPayLoad += pstNode->uiPayLoad;
+        FreeOttTransNode(pstPool, pstNode, pstList);
+        return pstNode == pstLast;
+    });
+}
+
+uint32_t API_OTTTransSpeed(CMemPool *pstPool, STOttSession *pstSession, uint64_t *pullUpPayLoad,
+                           uint64_t *pullUpDuration, uint64_t *pullDwPayLoad, uint64_t *pullDwDuration)
+{
+    // Without a pool no node could go back, so the session would be left half read.
+    if (pstPool == nullptr || pstSession == nullptr || pullUpPayLoad == nullptr ||
+        pullUpDuration == nullptr || pullDwPayLoad == nullptr || pullDwDuration == nullptr) {
+        return OTT_RET_PARAM;
+    }
+    uint64_t ullUpPayLoad = 0;
+    uint64_t ullUpDuration = 0;
+    uint64_t ullDwPayLoad = 0;
+    uint64_t ullDwDuration = 0;
+    SumDirection(pstPool, &pstSession->stUpTransList, ullUpPayLoad, ullUpDuration);
+    SumDirection(pstPool, &pstSession->stDwTransList, ullDwPayLoad, ullDwDuration);
+    orvane::ReleaseTransList(pstPool, &pstSession->stUpTransList);
+    orvane::ReleaseTransList(pstPool, &pstSession->stDwTransList);
+    *pullUpPayLoad = ullUpPayLoad;
+    *pullUpDuration = ullUpDuration;
+    *pullDwPayLoad = ullDwPayLoad;
+    *pullDwDuration = ullDwDuration;
+    return OTT_RET_OK;
+}
+
+}  // extern "C"
