@@ -1,0 +1,448 @@
+// Main-request rules: an event joins an open page when its URL is the page's
+// redirect location, its referer is the page's URL, or its host is the
+// page's host, and it falls inside that rule's time window. Also the two
+// text equivalences the sub-request rules reuse.
+#include <cstdio>
+#include <cstring>
+
+#include "webpage_util.hpp"
+
+namespace {
+
+using orvane::ContextOf;
+using orvane::IsSuccessfulWebPage;
+using orvane::IsValidThread;
+using orvane::PageOf;
+
+// The port form of a URL is spelled into a buffer of this size (one more
+// than the longest location it is compared with).
+constexpr uint16_t kPortFormBufLen = LOCATION_MAX_LEN + 1;
+constexpr uint32_t kLevelMainReq = 0;
+
+// Byte comparison over a length the records carry; like the texts' other
+// comparisons it ends at a NUL, so an embedded NUL never leads past it.
+bool SameText(const char *a, const char *b, size_t n) { return std::strncmp(a, b, n) == 0; }
+
+size_t Smaller(size_t a, size_t b) { return a < b ? a : b; }
+
+bool EndsWithSlash(const char *pcText, size_t len) { return len != 0 && pcText[len - 1] == '/'; }
+
+// |a - b| <= 1 without unsigned wrap.
+bool WithinOne(size_t a, size_t b) { return a + 1 >= b && b + 1 >= a; }
+
+// Offset of the first '/' within len bytes, or len when there is none.
+size_t FirstSlash(const char *pcText, size_t len)
+{
+    const void *pHit = std::memchr(pcText, '/', len);
+    return pHit == nullptr ? len : static_cast<size_t>(static_cast<const char *>(pHit) - pcText);
+}
+
+// strncat bounded by the room actually left, so a caller's non-empty
+// destination cannot be overrun; for the empty buffer the callers pass the
+// room always suffices and this is a plain bounded append.
+void AppendBounded(char *pcDst, uint16_t usMax, const char *pcSrc, size_t n)
+{
+    const size_t used = strnlen(pcDst, usMax);
+    if (used >= usMax) {
+        return;
+    }
+    ORV_STRNCAT(pcDst, usMax, pcSrc, Smaller(n, usMax - 1u - used));
+}
+
+// Compares the port form of the path (":port/path") with the text that
+// follows the host in pcOther.
+bool SameAsPortForm(const char *pcPath, uint16_t usPathLen, uint16_t usPort, const char *pcOther,
+                    size_t otherLen)
+{
+    char acSpelled[kPortFormBufLen];
+    std::memset(acSpelled, 0, sizeof(acSpelled));
+    uint16_t usSpelledLen = 0;
+    StrcatUriWithPort(acSpelled, &usSpelledLen, kPortFormBufLen, pcPath, usPathLen, usPort);
+    return SameText(acSpelled, pcOther, Smaller(otherLen, usSpelledLen));
+}
+
+uint32_t CompareTime(const STPageNode *pstPage, const STEventInfo *pstInfo, uint32_t enCompareType)
+{
+    return CompareMsgTime(pstPage->ullPageFirReq, pstInfo->ullReqBeginTime, pstInfo->ullReqEndTime,
+                          pstPage->ullPageLastReq, pstPage->ullPageLastRsp, enCompareType, pstPage->enNetworkType,
+                          pstPage->usCauseCode, pstInfo->usCauseCode);
+}
+
+// The page's own texts never exceed their arrays; a record that says
+// otherwise is not compared, since the equivalences write past the length.
+bool PageTextsFit(const STPageNode *pstPage)
+{
+    return pstPage->usHostLen <= HOST_MAX_LEN && pstPage->usURLLen <= URL_MAX_LEN &&
+           pstPage->usLocationLen <= LOCATION_MAX_LEN;
+}
+
+// Update of a page that a main-request rule chose: the event is tied
+// directly to the page's main request.
+uint64_t TakeEvent(STPageNode *pstPage, STEventInfo *pstInfo)
+{
+    pstInfo->uiMatchLevel = kLevelMainReq;
+    return UpdatePageNode(pstPage, pstInfo, PAGE_TYPE_ASSOCIATE) == 0 ? pstPage->uiPageID : 0;
+}
+
+}  // namespace
+
+namespace orvane {
+
+void FillCompareInfo(STEventInfo *pstInfo, STCompareInfo *pstCompare, const char *pcFunc)
+{
+    pstCompare->uiHostKey = pstInfo->uiHostHashKey;
+    pstCompare->uiURLKey = pstInfo->uiURLHashKey;
+    pstCompare->uiRefererKey = pstInfo->uiRefererHashKey;
+    pstCompare->usHostLen = pstInfo->usHostLen;
+    pstCompare->usHostMaxLen = HOST_MAX_LEN;
+    pstCompare->usURLLen = pstInfo->usURLLen;
+    pstCompare->usURLMaxLen = URL_MAX_LEN;
+    pstCompare->usRefererLen = pstInfo->usRefererUrlLen;
+    pstCompare->usRefererMaxLen = REFERER_MAX_LEN;
+    pstCompare->pcHost = pstInfo->acHost;
+    pstCompare->pcURL = pstInfo->acURL;
+    pstCompare->pcReferer = pstInfo->acRefererUrl;
+    const uint8_t ucTid = pstInfo->ucThreadID;
+    LOG_TRACE_AS(pcFunc, ucTid, "CompareInfo,HostLen is %u,HostMaxLen is %u,HostKey is %u,Host is %s.",
+                 pstCompare->usHostLen, pstCompare->usHostMaxLen, pstCompare->uiHostKey, pstCompare->pcHost);
+    LOG_TRACE_AS(pcFunc, ucTid, "CompareInfo,URLLen is %u,URLMaxLen is %u,URLKey is %u,URL is %s.",
+                 pstCompare->usURLLen, pstCompare->usURLMaxLen, pstCompare->uiURLKey, pstCompare->pcURL);
+    LOG_TRACE_AS(pcFunc, ucTid, "CompareInfo,RefererLen is %u,RefererMaxLen is %u,RefererKey is %u,Referer is %s.",
+                 pstCompare->usRefererLen, pstCompare->usRefererMaxLen, pstCompare->uiRefererKey,
+                 pstCompare->pcReferer);
+}
+
+void FillCompareEndpoints(const STEventInfo *pstInfo, STCompareInfo *pstCompare)
+{
+    pstCompare->usClientPort = pstInfo->usClientPort;
+    pstCompare->usServerPort = pstInfo->usServerPort;
+    pstCompare->uiClientIp = pstInfo->uiClientIp;
+    pstCompare->uiServerIp = pstInfo->uiServerIp;
+}
+
+}  // namespace orvane
+
+extern "C" {
+
+uint32_t GetCompareInfo(STEventInfo *pstInfo, uint32_t enCompareType, STCompareInfo *pstCompare)
+{
+    if (pstInfo == nullptr || pstCompare == nullptr) {
+        LOG_ERROR(LOG_TID_ANY, "Para err.");
+        return 1;
+    }
+    orvane::FillCompareEndpoints(pstInfo, pstCompare);
+    const uint8_t ucTid = pstInfo->ucThreadID;
+    if (!IsValidThread(ucTid)) {
+        LOG_ERROR(ucTid, "ThreadID err.");
+        return 1;
+    }
+    LOG_TRACE(ucTid, "GetCompareInfo, enCompareType is %u.", enCompareType);
+    STWebPage *pstCtx = ContextOf(ucTid);
+    if (enCompareType > COMPARE_HOST_WITH_MAIN_REQ_HOST || pstCtx == nullptr) {
+        pstCompare->pstCompareList = nullptr;
+        return 1;
+    }
+    pstCompare->pstCompareList = &pstCtx->stPageNodeList;
+    orvane::FillCompareInfo(pstInfo, pstCompare, __func__);
+    return (pstCompare->usHostLen == 0 && pstCompare->usURLLen == 0 && pstCompare->usRefererLen == 0) ? 1u : 0u;
+}
+
+void StrcatUriWithPort(char *pcDst, uint16_t *pusLen, uint16_t usMax, const char *pcPath, uint16_t usPathLen,
+                       uint16_t usPort)
+{
+    if (pcDst == nullptr) {
+        return;
+    }
+    char acPort[10];
+    const int iPrinted = std::snprintf(acPort, sizeof(acPort), "%d", static_cast<int>(usPort));
+    const uint32_t k = iPrinted > 0 ? static_cast<uint32_t>(iPrinted) : 0u;
+    uint32_t uiCount = 0;
+    if (usMax >= 2) {
+        AppendBounded(pcDst, usMax, ":", 1);
+        uiCount = 1;
+    }
+    if (usMax >= k + 2) {
+        AppendBounded(pcDst, usMax, acPort, k);
+        uiCount = k + 1;
+    }
+    if (pcPath != nullptr && usPathLen != 0) {
+        uint32_t uiBase = k + 1;
+        if (pcPath[0] != '/') {
+            if (usMax >= k + 3) {
+                AppendBounded(pcDst, usMax, "/", 1);
+                uiCount = k + 2;
+            }
+            uiBase = k + 2;
+        }
+        if (usMax >= uiBase + usPathLen + 1) {
+            AppendBounded(pcDst, usMax, pcPath, usPathLen);
+            uiCount = uiBase + usPathLen;
+        }
+    }
+    if (pusLen != nullptr) {
+        *pusLen = static_cast<uint16_t>(uiCount);
+    }
+}
+
+uint8_t IsUrlSameAsLocation(STCompareInfo *pstCompare, char *pcLocation, uint16_t usLocationLen)
+{
+    if (pstCompare == nullptr || usLocationLen == 0 || pstCompare->usURLLen == 0 ||
+        pstCompare->usHostLen > pstCompare->usHostMaxLen || pcLocation == nullptr ||
+        pstCompare->usURLLen > pstCompare->usURLMaxLen || pstCompare->pcHost == nullptr ||
+        pstCompare->pcURL == nullptr) {
+        return 0;
+    }
+    const size_t l = usLocationLen;
+    pcLocation[l] = '\0';
+    const size_t h = pstCompare->usHostLen;
+    const size_t u = pstCompare->usURLLen;
+    if (u < h || pstCompare->usURLMaxLen < h) {
+        return 0;
+    }
+    const char *pcHost = pstCompare->pcHost;
+    const char *pcPath = pstCompare->pcURL + h;
+    const size_t p = u - h;
+
+    if (p == 0) {
+        // The URL is the bare host: the location may add one trailing slash.
+        if (l != h && l != h + 1) {
+            return 0;
+        }
+        if (!SameText(pcLocation, pcHost, h)) {
+            return 0;
+        }
+        return (l == h || EndsWithSlash(pcLocation, l) || EndsWithSlash(pcHost, h)) ? 1 : 0;
+    }
+
+    // A relative location names a path on the same host.
+    if (p >= l && SameText(pcPath, pcLocation, l)) {
+        return 1;
+    }
+    if (h != 0 && (h > l || !SameText(pcLocation, pcHost, h))) {
+        return 0;
+    }
+    const size_t slash = FirstSlash(pcLocation, l);
+    const char *pcLocPath = pcLocation + slash;
+    const size_t q = l - slash;
+    if (WithinOne(h + q, u)) {
+        if (q == 0) {
+            return 1;
+        }
+        // Paths one apart in length: a trailing slash on either side is
+        // the same resource.
+        if (h + q != u && (EndsWithSlash(pcLocPath, q) || EndsWithSlash(pcPath, p))) {
+            return 1;
+        }
+        if (SameText(pcLocPath, pcPath, Smaller(p, q))) {
+            return 1;
+        }
+    }
+    // Locations are cut at 128 bytes, so a long URL only has to begin with it.
+    if (q != 0 && u >= LOCATION_MAX_LEN && SameText(pcLocPath, pcPath, Smaller(p, q))) {
+        return 1;
+    }
+    if (h > l || pcLocation[h] != ':') {
+        return 0;
+    }
+    return SameAsPortForm(pcPath, static_cast<uint16_t>(p), pstCompare->usServerPort, pcLocation + h, l - h) ? 1
+                                                                                                              : 0;
+}
+
+uint8_t IsRefererSameAsUrl(STCompareInfo *pstCompare, char *pcURL, uint16_t usURLLen, const char *pcHost,
+                           uint16_t usHostLen)
+{
+    if (pstCompare == nullptr || usURLLen == 0 || pstCompare->usRefererLen == 0 || pcURL == nullptr ||
+        pstCompare->usRefererLen > pstCompare->usRefererMaxLen || pstCompare->pcReferer == nullptr) {
+        return 0;
+    }
+    char *pcReferer = pstCompare->pcReferer;
+    const size_t r = pstCompare->usRefererLen;
+    const size_t v = usURLLen;
+    const size_t g = usHostLen;
+    pcURL[v] = '\0';
+    pcReferer[r] = '\0';
+    if (g != 0 && (pcHost == nullptr || r < g || !SameText(pcReferer, pcHost, g))) {
+        return 0;
+    }
+    const size_t slash = FirstSlash(pcReferer, r);
+    const char *pcRefPath = pcReferer + slash;
+    const size_t q = r - slash;
+    if (v < g) {
+        return 0;
+    }
+    const char *pcPath = pcURL + g;
+    const size_t p = v - g;
+    if (WithinOne(g + q, v)) {
+        if (q == 0) {
+            return 1;
+        }
+        if (g + q != v && (EndsWithSlash(pcRefPath, q) || EndsWithSlash(pcPath, p))) {
+            return 1;
+        }
+        if (SameText(pcRefPath, pcPath, Smaller(p, q))) {
+            return 1;
+        }
+    }
+    if (g > pstCompare->usRefererMaxLen || pcReferer[g] != ':') {
+        return 0;
+    }
+    return SameAsPortForm(pcPath, static_cast<uint16_t>(p), pstCompare->usServerPort, pcReferer + g, r - g) ? 1 : 0;
+}
+
+uint32_t CompareMainReqStrWithDiffType(STPageNode *pstPage, STCompareInfo *pstCompare, uint32_t enCompareType)
+{
+    if (pstPage == nullptr || pstCompare == nullptr || !PageTextsFit(pstPage)) {
+        return COMPARE_OUTSIDE;
+    }
+    bool bSame = false;
+    switch (enCompareType) {
+        case COMPARE_URL_WITH_MAIN_REQ_LOCATION:
+            bSame = pstPage->uiLocationKey != 0 &&
+                    (pstPage->uiLocationKey == pstCompare->uiURLKey ||
+                     IsUrlSameAsLocation(pstCompare, pstPage->acLocation, pstPage->usLocationLen) == 1);
+            break;
+        case COMPARE_REFERER_WITH_MAIN_REQ_URL:
+            bSame = pstPage->uiURLKey != 0 &&
+                    (pstPage->uiURLKey == pstCompare->uiRefererKey ||
+                     IsRefererSameAsUrl(pstCompare, pstPage->acURL, pstPage->usURLLen, pstPage->acHost,
+                                        pstPage->usHostLen) == 1);
+            break;
+        case COMPARE_HOST_WITH_MAIN_REQ_HOST:
+            bSame = pstPage->uiHostKey == pstCompare->uiHostKey;
+            break;
+        default:
+            break;
+    }
+    return bSame ? 0u : COMPARE_OUTSIDE;
+}
+
+uint64_t CompareMainReqString(STEventInfo *pstInfo, STCompareInfo *pstCompare, uint32_t enCompareType)
+{
+    if (pstInfo == nullptr || pstCompare == nullptr) {
+        LOG_ERROR(LOG_TID_ANY, "Para err.");
+        return 0;
+    }
+    const uint8_t ucTid = pstInfo->ucThreadID;
+    if (!IsValidThread(ucTid)) {
+        LOG_ERROR(ucTid, "ucThreadID err.");
+        return 0;
+    }
+    STTranManage *pstList = pstCompare->pstCompareList;
+    if (pstList == nullptr || pstList->uiNodeNum == 0) {
+        LOG_TRACE(ucTid, "Page is NULL.");
+        return 0;
+    }
+    LOG_TRACE(ucTid, "PageNum is %u, CompareType is %u.", pstList->uiNodeNum, enCompareType);
+
+    const char *const pcFunc = __func__;
+    uint64_t ullHostPageID = 0;
+    STTranNode *pstHit = orvane::WalkList(pstList, [&](STTranNode *pstNode) {
+        STPageNode *pstPage = PageOf(pstNode);
+        LOG_TRACE_AS(pcFunc, ucTid, "PageType is %u, PageFlag is %u.", pstPage->uiPageType, pstPage->usPageFlag);
+        if (!IsSuccessfulWebPage(pstPage)) {
+            return false;
+        }
+        if (enCompareType == COMPARE_HOST_WITH_MAIN_REQ_HOST) {
+            // The host rule updates the page itself and, on a failed update,
+            // lets older pages try.
+            ullHostPageID = SpecialProcHostWithMainReqHost(pstPage, pstInfo, pstCompare, enCompareType);
+            return ullHostPageID != 0;
+        }
+        if (enCompareType != COMPARE_URL_WITH_MAIN_REQ_LOCATION && enCompareType != COMPARE_REFERER_WITH_MAIN_REQ_URL) {
+            return false;
+        }
+        return CompareTime(pstPage, pstInfo, enCompareType) == 0 &&
+               CompareMainReqStrWithDiffType(pstPage, pstCompare, enCompareType) == 0;
+    });
+    if (pstHit == nullptr) {
+        return 0;
+    }
+    if (enCompareType == COMPARE_HOST_WITH_MAIN_REQ_HOST) {
+        LOG_TRACE(ucTid, "Match page host by host, pageid is %llu.", static_cast<unsigned long long>(ullHostPageID));
+        return ullHostPageID;
+    }
+    STPageNode *pstPage = PageOf(pstHit);
+    LOG_TRACE(ucTid, "Match page OK, pageid is %llu.", static_cast<unsigned long long>(pstPage->uiPageID));
+    if (enCompareType == COMPARE_URL_WITH_MAIN_REQ_LOCATION) {
+        SpecialProcUrlWithMainReqLocation(pstPage, pstInfo);
+    }
+    const uint64_t ullPageID = TakeEvent(pstPage, pstInfo);
+    if (ullPageID == 0) {
+        LOG_ERROR(ucTid, "Update page error.");
+    }
+    return ullPageID;
+}
+
+uint64_t SpecialProcHostWithMainReqHost(STPageNode *pstPage, STEventInfo *pstInfo, STCompareInfo *pstCompare,
+                                        uint32_t enCompareType)
+{
+    if (pstPage == nullptr || pstInfo == nullptr || pstCompare == nullptr) {
+        LOG_ERROR(LOG_TID_ANY, "Para err.");
+        return 0;
+    }
+    const uint8_t ucTid = pstInfo->ucThreadID;
+    if (!IsValidThread(ucTid)) {
+        LOG_ERROR(ucTid, "ucThreadID err.");
+        return 0;
+    }
+    if (CompareMainReqStrWithDiffType(pstPage, pstCompare, enCompareType) != 0) {
+        return 0;
+    }
+    LOG_TRACE(ucTid, "L7info match is OK, enCompareType is %u.", enCompareType);
+    if (CompareTime(pstPage, pstInfo, enCompareType) == 0) {
+        LOG_TRACE(ucTid, "Match time is OK.");
+    } else {
+        LOG_TRACE(ucTid, "Match time is NOK.");
+        // Late on the same host, a web-type request is another page's start;
+        // anything else (a resource) gets the shorter referer window.
+        if (orvane::IsWebTypeAndNotBlack(pstInfo)) {
+            LOG_TRACE(ucTid, "This reqevent is webtype and is not in blacklist.");
+            return 0;
+        }
+        if (CompareTime(pstPage, pstInfo, COMPARE_REFERER_WITH_REFERER) != 0) {
+            return 0;
+        }
+        LOG_TRACE(ucTid, "Match time is OK, enCompareType is %u.", static_cast<uint32_t>(COMPARE_REFERER_WITH_REFERER));
+    }
+    const uint64_t ullPageID = TakeEvent(pstPage, pstInfo);
+    if (ullPageID != 0) {
+        LOG_TRACE(ucTid, "Match page is OK, PageID is %llu.", static_cast<unsigned long long>(ullPageID));
+    }
+    return ullPageID;
+}
+
+void SpecialProcUrlWithMainReqLocation(STPageNode *pstPage, STEventInfo *pstInfo)
+{
+    if (pstPage == nullptr || pstInfo == nullptr) {
+        return;
+    }
+    pstPage->acLocation[0] = '\0';
+    pstPage->usLocationLen = 0;
+    if (IsRedirect(pstInfo->usCauseCode) == 0) {
+        // The hop is followed; its key stays so a repeated request still
+        // finds the page through the key alone.
+        return;
+    }
+    // The page keeps only the latest hop of its redirect chain; the event
+    // gives its location up so it is not saved a second time as a string.
+    const uint16_t usLen = static_cast<uint16_t>(Smaller(pstInfo->usLocationLen, LOCATION_MAX_LEN));
+    ORV_MEMCPY(pstPage->acLocation, LOCATION_MAX_LEN, pstInfo->acLocation, usLen);
+    pstPage->acLocation[usLen] = '\0';
+    pstPage->usLocationLen = usLen;
+    pstPage->uiLocationKey = pstInfo->uiLocationHashKey;
+    pstInfo->uiLocationHashKey = 0;
+    pstInfo->usLocationLen = 0;
+    pstInfo->acLocation[0] = '\0';
+}
+
+uint64_t CompareMainReqCommon(STEventInfo *pstInfo, uint32_t enCompareType)
+{
+    STCompareInfo stCompare;
+    std::memset(&stCompare, 0, sizeof(stCompare));
+    if (GetCompareInfo(pstInfo, enCompareType, &stCompare) == 1) {
+        return 0;
+    }
+    return CompareMainReqString(pstInfo, &stCompare, enCompareType);
+}
+
+}  // extern "C"

@@ -1,0 +1,175 @@
+// Strings a page keeps from its later transactions, so that requests they
+// lead to can be associated with it: one list per kind, oldest at the head.
+#include <cstddef>
+
+#include "webpage_util.hpp"
+
+namespace {
+
+using orvane::ContextOf;
+using orvane::IsValidThread;
+using orvane::MatchStrOf;
+using orvane::NodeOf;
+
+// What a kind of string is made of: the page list it goes on, the working
+// record's text (by offset, the arrays differ in size), length and key, and
+// the page's first-request key it must differ from.
+struct MatchStrKind {
+    uint32_t uiKind;
+    STTranManage STPageNode::*pstList;
+    size_t textOffset;
+    uint16_t textCapacity;
+    uint16_t STEventInfo::*pusLen;
+    uint32_t STEventInfo::*puiKey;
+    uint32_t STPageNode::*puiFirstReqKey;
+};
+
+// In the order an event's strings are saved.
+constexpr MatchStrKind kKinds[] = {
+    {MATCH_STR_URL, &STPageNode::stURLList, offsetof(STEventInfo, acURL), URL_MAX_LEN, &STEventInfo::usURLLen,
+     &STEventInfo::uiURLHashKey, &STPageNode::uiURLKey},
+    {MATCH_STR_HOST, &STPageNode::stHostList, offsetof(STEventInfo, acHost), HOST_MAX_LEN, &STEventInfo::usHostLen,
+     &STEventInfo::uiHostHashKey, &STPageNode::uiHostKey},
+    {MATCH_STR_REFERER, &STPageNode::stRefererList, offsetof(STEventInfo, acRefererUrl), REFERER_MAX_LEN,
+     &STEventInfo::usRefererUrlLen, &STEventInfo::uiRefererHashKey, &STPageNode::uiRefererKey},
+    {MATCH_STR_LOCATION, &STPageNode::stLocationList, offsetof(STEventInfo, acLocation), LOCATION_MAX_LEN,
+     &STEventInfo::usLocationLen, &STEventInfo::uiLocationHashKey, &STPageNode::uiLocationKey},
+};
+
+const MatchStrKind *KindOf(uint32_t uiKind)
+{
+    for (const MatchStrKind &stKind : kKinds) {
+        if (stKind.uiKind == uiKind) {
+            return &stKind;
+        }
+    }
+    return nullptr;
+}
+
+const char *TextOf(const STEventInfo *pstInfo, const MatchStrKind &stKind)
+{
+    return reinterpret_cast<const char *>(pstInfo) + stKind.textOffset;
+}
+
+// The flow's associate page: the cached pointer while that page still carries
+// the flow's ID (closed pages drop their ID), else a search by ID.
+STPageNode *FlowAssociatePage(const STEventInfo *pstInfo)
+{
+    const STFlowInfo *pstFlow = pstInfo->pstFlowInfo;
+    uint64_t ullPageID = pstFlow->ullAssociatePageID;
+    if (pstFlow->pstAssociatePage != nullptr && pstFlow->pstAssociatePage->uiPageID == ullPageID) {
+        return pstFlow->pstAssociatePage;
+    }
+    STWebPage *pstCtx = ContextOf(pstInfo->ucThreadID);
+    if (pstCtx == nullptr) {
+        return nullptr;
+    }
+    STTranNode *pstNode = SeekNode(&ullPageID, &pstCtx->stPageNodeList);
+    return pstNode == nullptr ? nullptr : orvane::PageOf(pstNode);
+}
+
+STMatchStrNode *FindString(const STTranManage *pstList, uint32_t uiKey)
+{
+    return orvane::FindInList<STMatchStrNode>(pstList,
+                                              [&](const STMatchStrNode *pstStr) { return pstStr->uiHashKey == uiKey; });
+}
+
+size_t Smaller(size_t a, size_t b) { return a < b ? a : b; }
+
+}  // namespace
+
+extern "C" {
+
+void SaveStringCommon(STEventInfo *pstInfo)
+{
+    if (pstInfo == nullptr || pstInfo->pstFlowInfo == nullptr || pstInfo->pstFlowInfo->ullAssociatePageID == 0) {
+        return;
+    }
+    STPageNode *pstPage = FlowAssociatePage(pstInfo);
+    // Deep association chains stop here: strings of level 4 are the last.
+    if (pstPage == nullptr || pstInfo->uiMatchLevel > MATCH_LEVEL_SAVE_MAX) {
+        return;
+    }
+    const uint64_t ullBegin =
+        pstInfo->ullReqBeginTime > pstInfo->ullRspBeginTime ? pstInfo->ullReqBeginTime : pstInfo->ullRspBeginTime;
+    const uint64_t ullEnd = pstInfo->ullMsgEndTime != 0 ? pstInfo->ullMsgEndTime : ullBegin;
+    if (ullBegin == 0 && ullEnd == 0) {
+        return;
+    }
+    for (const MatchStrKind &stKind : kKinds) {
+        const uint32_t uiKey = pstInfo->*(stKind.puiKey);
+        if (uiKey != 0 && uiKey != pstPage->*(stKind.puiFirstReqKey)) {
+            SaveString(pstInfo, pstPage, ullBegin, ullEnd, stKind.uiKind);
+        }
+    }
+}
+
+void SaveString(STEventInfo *pstInfo, STPageNode *pstPage, uint64_t ullBeginTime, uint64_t ullEndTime,
+                uint32_t uiStrType)
+{
+    const MatchStrKind *pstKind = KindOf(uiStrType);
+    if (pstInfo == nullptr || pstPage == nullptr || pstKind == nullptr) {
+        return;
+    }
+    STTranManage *pstList = &(pstPage->*(pstKind->pstList));
+    if (pstList->uiNodeNum > MATCH_STR_NODE_NUM || !IsValidThread(pstInfo->ucThreadID)) {
+        return;
+    }
+    STWebPage *pstCtx = ContextOf(pstInfo->ucThreadID);
+    if (pstCtx == nullptr) {
+        return;
+    }
+    CMemPool *pstPool = &pstCtx->stMatchStrMemPool;
+    const uint32_t uiKey = pstInfo->*(pstKind->puiKey);
+
+    STMatchStrNode *pstStr = FindString(pstList, uiKey);
+    if (pstStr != nullptr) {
+        // Seen again: it becomes the newest of its list, keeping its text and
+        // the level it was first saved with.
+        STTranNode *pstNode = NodeOf(pstStr);
+        if (RemoveNode(pstNode, pstList) == 0 && InsertNodeTail(pstNode, pstList) != 0) {
+            FreeNodeMem(pstNode, pstPool);
+            return;
+        }
+        pstStr->ullBeginTime = ullBeginTime;
+        pstStr->ullEndTime = ullEndTime;
+        return;
+    }
+
+    // A full pool drops the string; the page keeps working with what it has.
+    STTranNode *pstNode = ApplyNodeMem(pstPool);
+    if (pstNode == nullptr) {
+        return;
+    }
+    if (InsertNodeTail(pstNode, pstList) != 0) {
+        FreeNodeMem(pstNode, pstPool);
+        return;
+    }
+    pstStr = MatchStrOf(pstNode);
+    const size_t len =
+        Smaller(Smaller(pstInfo->*(pstKind->pusLen), pstKind->textCapacity), MATCH_STR_MAX_LEN);
+    pstStr->ullBeginTime = ullBeginTime;
+    pstStr->ullEndTime = ullEndTime;
+    pstStr->usStrLen = static_cast<uint16_t>(len);
+    pstStr->uiHashKey = uiKey;
+    ORV_MEMCPY(pstStr->acStr, MATCH_STR_MAX_LEN, TextOf(pstInfo, *pstKind), len);
+    pstStr->acStr[len] = '\0';
+    pstStr->uiMatchLevel = pstInfo->uiMatchLevel + 1;
+}
+
+void ReleaseMatchList(STTranManage *pstList, CMemPool *pstPool)
+{
+    if (pstList == nullptr || pstPool == nullptr) {
+        return;
+    }
+    // The walk reads each successor before the visit, so every node can be
+    // unlinked as it is visited; a node the list refuses to give up stays.
+    orvane::WalkList(pstList, pstList->uiNodeNum, [&](STTranNode *pstNode) {
+        if (RemoveNode(pstNode, pstList) == 0) {
+            FreeNodeMem(pstNode, pstPool);
+        }
+        return false;
+    });
+}
+
+}  // extern "C"

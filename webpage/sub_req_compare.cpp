@@ -1,0 +1,351 @@
+// Sub-request rules: an event joins a page through the strings saved from the
+// page's earlier transactions (redirect locations, URLs, hosts, referers),
+// and the referer-with-referer rule, which may open a new page instead.
+#include <cstring>
+
+#include "webpage_util.hpp"
+
+namespace {
+
+using orvane::ContextOf;
+using orvane::IsSuccessfulWebPage;
+using orvane::IsValidThread;
+using orvane::MatchStrOf;
+using orvane::PageOf;
+
+constexpr uint32_t kLevelDirectReferer = 1;
+
+// Which time a window test takes as a reference.
+enum class RefTime { PageLastReq, PageLastRsp, StrBegin, StrEnd };
+
+// Per sub compare type: the page list it walks and the reference times of its
+// window (X, Y).
+struct SubRule {
+    uint32_t enCompareType;
+    STTranManage STPageNode::*pstList;
+    RefTime enRefBegin;
+    RefTime enRefEnd;
+};
+
+constexpr SubRule kSubRules[] = {
+    {COMPARE_URL_WITH_SUB_REQ_LOCATION, &STPageNode::stLocationList, RefTime::PageLastReq, RefTime::StrEnd},
+    {COMPARE_REFERER_WITH_SUB_REQ_URL, &STPageNode::stURLList, RefTime::PageLastReq, RefTime::StrEnd},
+    {COMPARE_HOST_WITH_SUB_REQ_HOST, &STPageNode::stHostList, RefTime::StrBegin, RefTime::StrEnd},
+    {COMPARE_REFERER_WITH_REFERER, &STPageNode::stRefererList, RefTime::PageLastReq, RefTime::PageLastRsp},
+};
+
+const SubRule *SubRuleOf(uint32_t enCompareType)
+{
+    for (const SubRule &stRule : kSubRules) {
+        if (stRule.enCompareType == enCompareType) {
+            return &stRule;
+        }
+    }
+    return nullptr;
+}
+
+uint64_t RefTimeOf(RefTime enWhich, const STPageNode *pstPage, const STMatchStrNode *pstStr)
+{
+    switch (enWhich) {
+        case RefTime::PageLastReq:
+            return pstPage->ullPageLastReq;
+        case RefTime::PageLastRsp:
+            return pstPage->ullPageLastRsp;
+        case RefTime::StrBegin:
+            return pstStr->ullBeginTime;
+        case RefTime::StrEnd:
+            return pstStr->ullEndTime;
+    }
+    return 0;
+}
+
+uint32_t CompareStrTime(const STPageNode *pstPage, const STMatchStrNode *pstStr, const STEventInfo *pstInfo,
+                        uint32_t enCompareType)
+{
+    const SubRule *pstRule = SubRuleOf(enCompareType);
+    const uint64_t ullRefBegin =
+        pstRule != nullptr ? RefTimeOf(pstRule->enRefBegin, pstPage, pstStr) : pstPage->ullPageLastReq;
+    const uint64_t ullRefEnd =
+        pstRule != nullptr ? RefTimeOf(pstRule->enRefEnd, pstPage, pstStr) : pstPage->ullPageLastRsp;
+    return CompareMsgTime(pstPage->ullPageFirReq, pstInfo->ullReqBeginTime, pstInfo->ullReqEndTime, ullRefBegin,
+                          ullRefEnd, enCompareType, pstPage->enNetworkType, pstPage->usCauseCode,
+                          pstInfo->usCauseCode);
+}
+
+// The newest successful web page, the one whose saved strings the sub rules
+// of types 3 to 5 consult.
+STPageNode *LatestWebPage(STWebPage *pstCtx)
+{
+    return orvane::FindInList<STPageNode>(&pstCtx->stPageNodeList, IsSuccessfulWebPage);
+}
+
+uint64_t CompareWithLatestPage(STEventInfo *pstInfo, uint32_t enCompareType)
+{
+    if (pstInfo == nullptr) {
+        return 0;
+    }
+    STPageNode *pstPage = GetLatelyAssociatePageNode(pstInfo);
+    return pstPage == nullptr ? 0 : CompareSubReqCommon(pstPage, pstInfo, enCompareType);
+}
+
+}  // namespace
+
+extern "C" {
+
+STPageNode *GetLatelyAssociatePageNode(STEventInfo *pstInfo)
+{
+    if (pstInfo == nullptr) {
+        LOG_ERROR(LOG_TID_ANY, "Para err.");
+        return nullptr;
+    }
+    const uint8_t ucTid = pstInfo->ucThreadID;
+    if (!IsValidThread(ucTid)) {
+        LOG_ERROR(ucTid, "ThreadID err.");
+        return nullptr;
+    }
+    STWebPage *pstCtx = ContextOf(ucTid);
+    if (pstCtx == nullptr || pstCtx->stPageNodeList.uiNodeNum == 0) {
+        LOG_TRACE(ucTid, "PageList is empty.");
+        return nullptr;
+    }
+    STPageNode *pstPage = LatestWebPage(pstCtx);
+    if (pstPage == nullptr) {
+        LOG_TRACE(ucTid, "Do not get the lately associate page.");
+        return nullptr;
+    }
+    LOG_TRACE(ucTid, "Get the lately associate page, PageID is %llu.",
+              static_cast<unsigned long long>(pstPage->uiPageID));
+    return pstPage;
+}
+
+uint32_t GetSubCompareInfo(STPageNode *pstPage, STEventInfo *pstInfo, uint32_t enCompareType,
+                           STCompareInfo *pstCompare)
+{
+    if (pstPage == nullptr || pstInfo == nullptr || pstCompare == nullptr) {
+        LOG_ERROR(LOG_TID_ANY, "Para err.");
+        return 1;
+    }
+    const uint8_t ucTid = pstInfo->ucThreadID;
+    if (!IsValidThread(ucTid)) {
+        LOG_ERROR(ucTid, "ThreadID err.");
+        return 1;
+    }
+    LOG_TRACE(ucTid, "GetSubCompareInfo, enCompareType is %u.", enCompareType);
+    orvane::FillCompareEndpoints(pstInfo, pstCompare);
+    const SubRule *pstRule = SubRuleOf(enCompareType);
+    if (pstRule == nullptr) {
+        pstCompare->pstCompareList = nullptr;
+        return 1;
+    }
+    pstCompare->pstCompareList = &(pstPage->*(pstRule->pstList));
+    orvane::FillCompareInfo(pstInfo, pstCompare, __func__);
+    return (pstCompare->usHostLen == 0 && pstCompare->usURLLen == 0 && pstCompare->usRefererLen == 0) ? 1u : 0u;
+}
+
+uint32_t CompareSubReqStrWithDiffType(STMatchStrNode *pstStr, STCompareInfo *pstCompare, const char *pcHost,
+                                      uint16_t usHostLen, uint32_t enCompareType)
+{
+    // The equivalences terminate the saved text at its length.
+    if (pstStr == nullptr || pstCompare == nullptr || pcHost == nullptr || pstStr->usStrLen > MATCH_STR_MAX_LEN) {
+        return COMPARE_OUTSIDE;
+    }
+    bool bSame = false;
+    switch (enCompareType) {
+        case COMPARE_URL_WITH_SUB_REQ_LOCATION:
+            bSame = pstStr->uiHashKey != 0 &&
+                    (pstStr->uiHashKey == pstCompare->uiURLKey ||
+                     IsUrlSameAsLocation(pstCompare, pstStr->acStr, pstStr->usStrLen) == 1);
+            break;
+        case COMPARE_REFERER_WITH_SUB_REQ_URL:
+            bSame = pstStr->uiHashKey != 0 &&
+                    (pstStr->uiHashKey == pstCompare->uiRefererKey ||
+                     IsRefererSameAsUrl(pstCompare, pstStr->acStr, pstStr->usStrLen, pcHost, usHostLen) == 1);
+            break;
+        case COMPARE_HOST_WITH_SUB_REQ_HOST:
+            bSame = pstStr->uiHashKey == pstCompare->uiHostKey;
+            break;
+        case COMPARE_REFERER_WITH_REFERER:
+            bSame = pstStr->uiHashKey == pstCompare->uiRefererKey;
+            break;
+        default:
+            break;
+    }
+    return bSame ? 0u : COMPARE_OUTSIDE;
+}
+
+uint64_t CompareSubReqString(STEventInfo *pstInfo, STPageNode *pstPage, STCompareInfo *pstCompare,
+                             uint32_t enCompareType)
+{
+    if (pstInfo == nullptr || pstPage == nullptr || pstCompare == nullptr) {
+        LOG_ERROR(LOG_TID_ANY, "Para err.");
+        return 0;
+    }
+    const uint8_t ucTid = pstInfo->ucThreadID;
+    if (!IsValidThread(ucTid)) {
+        LOG_ERROR(ucTid, "ThreadID err.");
+        return 0;
+    }
+    LOG_TRACE(ucTid, "CompareSubReqString, enCompareType is %u.", enCompareType);
+    STTranManage *pstList = pstCompare->pstCompareList;
+    if (pstList == nullptr) {
+        LOG_ERROR(ucTid, "Compare list is NULL.");
+        return 0;
+    }
+    if (pstList->uiNodeNum == 0) {
+        LOG_TRACE(ucTid, "Compare list is empty.");
+        return 0;
+    }
+
+    // Oldest string first; the window test is cheap and runs before the
+    // byte comparisons.
+    const char *const pcFunc = __func__;
+    STTranNode *pstHit = orvane::WalkList(pstList, [&](STTranNode *pstNode) {
+        STMatchStrNode *pstStr = MatchStrOf(pstNode);
+        if (CompareStrTime(pstPage, pstStr, pstInfo, enCompareType) != 0) {
+            return false;
+        }
+        LOG_TRACE_AS(pcFunc, ucTid, "Sub match, compare time is OK.");
+        return CompareSubReqStrWithDiffType(pstStr, pstCompare, pstPage->acHost, pstPage->usHostLen,
+                                            enCompareType) == 0;
+    });
+    if (pstHit == nullptr) {
+        LOG_TRACE(ucTid, "Sub match page is NOK.");
+        return 0;
+    }
+    LOG_TRACE(ucTid, "Sub match, compare L7 info is OK.");
+    pstInfo->uiMatchLevel = MatchStrOf(pstHit)->uiMatchLevel;
+    if (enCompareType == COMPARE_URL_WITH_SUB_REQ_LOCATION) {
+        // A redirect location leads to one request only.
+        STWebPage *pstCtx = ContextOf(ucTid);
+        if (pstCtx != nullptr && RemoveNode(pstHit, pstList) == 0) {
+            FreeNodeMem(pstHit, &pstCtx->stMatchStrMemPool);
+        }
+    }
+    if (UpdatePageNode(pstPage, pstInfo, PAGE_TYPE_ASSOCIATE) != 0) {
+        LOG_ERROR(ucTid, "Sub match, Update page is error.");
+        return 0;
+    }
+    LOG_TRACE(ucTid, "Sub match page is OK, PageID is %llu.", static_cast<unsigned long long>(pstPage->uiPageID));
+    return pstPage->uiPageID;
+}
+
+uint64_t CompareRefererWithAllReqReferer(STEventInfo *pstInfo)
+{
+    if (pstInfo == nullptr) {
+        LOG_ERROR(LOG_TID_ANY, "Para err.");
+        return 0;
+    }
+    const uint8_t ucTid = pstInfo->ucThreadID;
+    if (!IsValidThread(ucTid)) {
+        LOG_ERROR(ucTid, "ucThreadID err.");
+        return 0;
+    }
+    STWebPage *pstCtx = ContextOf(ucTid);
+    if (pstCtx == nullptr || pstCtx->stPageNodeList.uiNodeNum == 0) {
+        LOG_TRACE(ucTid, "Page is NULL.");
+        return 0;
+    }
+    // A page made during the walk ends it at once, so the walk never sees
+    // the new head.
+    uint64_t ullPageID = 0;
+    orvane::WalkList(&pstCtx->stPageNodeList, [&](STTranNode *pstNode) {
+        STPageNode *pstPage = PageOf(pstNode);
+        if (IsSuccessfulWebPage(pstPage)) {
+            ullPageID = CompareRefererWithReferer(pstInfo, pstPage);
+        }
+        return ullPageID != 0;
+    });
+    if (ullPageID == 0) {
+        LOG_TRACE(ucTid, "Do not match page referer with referer.");
+        return 0;
+    }
+    LOG_TRACE(ucTid, "Match page referer with referer,PageID is %llu.", static_cast<unsigned long long>(ullPageID));
+    return ullPageID;
+}
+
+uint64_t CompareRefererWithReferer(STEventInfo *pstInfo, STPageNode *pstPage)
+{
+    if (pstInfo == nullptr || pstPage == nullptr) {
+        LOG_ERROR(LOG_TID_ANY, "Para err.");
+        return 0;
+    }
+    const uint8_t ucTid = pstInfo->ucThreadID;
+    if (!IsValidThread(ucTid)) {
+        LOG_ERROR(ucTid, "ucThreadID err.");
+        return 0;
+    }
+    if (pstPage->uiRefererKey != 0 && pstPage->uiRefererKey == pstInfo->uiRefererHashKey) {
+        LOG_TRACE(ucTid, "Reqevent referer = page referer.");
+        const uint32_t uiTime = CompareMsgTime(pstPage->ullPageFirReq, pstInfo->ullReqBeginTime,
+                                               pstInfo->ullReqEndTime, pstPage->ullPageLastReq,
+                                               pstPage->ullPageLastRsp, COMPARE_REFERER_WITH_REFERER,
+                                               pstPage->enNetworkType, pstPage->usCauseCode, pstInfo->usCauseCode);
+        if (uiTime == 0) {
+            LOG_TRACE(ucTid, "Match time use referer with referer is OK.");
+            pstInfo->uiMatchLevel = kLevelDirectReferer;
+            if (UpdatePageNode(pstPage, pstInfo, PAGE_TYPE_ASSOCIATE) == 0) {
+                LOG_TRACE(ucTid, "Update page is OK,PageID is %llu.",
+                          static_cast<unsigned long long>(pstPage->uiPageID));
+                return pstPage->uiPageID;
+            }
+        } else {
+            LOG_TRACE(ucTid, "Match time use referer with referer is NOK.");
+            // Linked from the same page as this one but too late: the user
+            // followed another link from there.
+            if (orvane::IsWebTypeAndNotBlack(pstInfo)) {
+                LOG_TRACE(ucTid, "Reqevent is webtype and is not in blacklist.");
+                const uint64_t ullNewID = InsertPageNode(pstInfo, PAGE_TYPE_ASSOCIATE, 0);
+                if (ullNewID != 0) {
+                    LOG_TRACE(ucTid, "Match use referer with referer,insert page is OK,PageID is %llu.",
+                              static_cast<unsigned long long>(ullNewID));
+                    return ullNewID;
+                }
+            }
+        }
+    }
+    STCompareInfo stCompare;
+    std::memset(&stCompare, 0, sizeof(stCompare));
+    if (GetSubCompareInfo(pstPage, pstInfo, COMPARE_REFERER_WITH_REFERER, &stCompare) == 1) {
+        return 0;
+    }
+    return CompareSubReqString(pstInfo, pstPage, &stCompare, COMPARE_REFERER_WITH_REFERER);
+}
+
+uint64_t ProcessSpecialUri(STEventInfo *pstInfo)
+{
+    if (pstInfo == nullptr || !orvane::IsWebTypeAndNotBlack(pstInfo)) {
+        return 0;
+    }
+    // A request that names its own host as referer is not a page's start.
+    if (pstInfo->usRefererUrlLen != 0 && pstInfo->uiHostHashKey == pstInfo->uiRefererHashKey) {
+        return 0;
+    }
+    return InsertPageNode(pstInfo, PAGE_TYPE_ASSOCIATE, 0);
+}
+
+uint64_t CompareSubReqCommon(STPageNode *pstPage, STEventInfo *pstInfo, uint32_t enCompareType)
+{
+    STCompareInfo stCompare;
+    std::memset(&stCompare, 0, sizeof(stCompare));
+    if (GetSubCompareInfo(pstPage, pstInfo, enCompareType, &stCompare) == 1) {
+        return 0;
+    }
+    return CompareSubReqString(pstInfo, pstPage, &stCompare, enCompareType);
+}
+
+uint64_t CompareUrlWithSubReqLocation(STEventInfo *pstInfo)
+{
+    return CompareWithLatestPage(pstInfo, COMPARE_URL_WITH_SUB_REQ_LOCATION);
+}
+
+uint64_t CompareRefererWithSubReqUrl(STEventInfo *pstInfo)
+{
+    return CompareWithLatestPage(pstInfo, COMPARE_REFERER_WITH_SUB_REQ_URL);
+}
+
+uint64_t CompareHostWithSubReqHost(STEventInfo *pstInfo)
+{
+    return CompareWithLatestPage(pstInfo, COMPARE_HOST_WITH_SUB_REQ_HOST);
+}
+
+}  // extern "C"
