@@ -51,21 +51,10 @@ const char *TextOf(const STEventInfo *pstInfo, const MatchStrKind &stKind)
     return reinterpret_cast<const char *>(pstInfo) + stKind.textOffset;
 }
 
-// The flow's associate page: the cached pointer while that page still carries
-// the flow's ID (closed pages drop their ID), else a search by ID.
-STPageNode *FlowAssociatePage(const STEventInfo *pstInfo)
+// The flow's associate page on the ordinary list, by cached pointer or by ID.
+STPageNode *FlowAssociatePage(STEventInfo *pstInfo)
 {
-    const STFlowInfo *pstFlow = pstInfo->pstFlowInfo;
-    uint64_t ullPageID = pstFlow->ullAssociatePageID;
-    if (pstFlow->pstAssociatePage != nullptr && pstFlow->pstAssociatePage->uiPageID == ullPageID) {
-        return pstFlow->pstAssociatePage;
-    }
-    STWebPage *pstCtx = ContextOf(pstInfo->ucThreadID);
-    if (pstCtx == nullptr) {
-        return nullptr;
-    }
-    STTranNode *pstNode = SeekNode(&ullPageID, &pstCtx->stPageNodeList);
-    return pstNode == nullptr ? nullptr : orvane::PageOf(pstNode);
+    return GetAssociatePageNodeByFlowInfo(pstInfo, PAGE_LIST_ORDINARY);
 }
 
 STMatchStrNode *FindString(const STTranManage *pstList, uint32_t uiKey)

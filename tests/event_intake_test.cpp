@@ -1,0 +1,191 @@
+// Event normalisation: the hash, the host/path join, Location clean-up, and
+// what requests and responses leave in the working record.
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "daemon_fixture.hpp"
+
+namespace orvane_test {
+namespace {
+
+uint32_t Hash(std::string text) { return StrlwrAndBKDRHash(&text[0], static_cast<uint32_t>(text.size())); }
+
+TEST(StrlwrAndBKDRHash, LowerCasesInPlaceAndHashesBytes)
+{
+    struct Row {
+        std::string text;
+        uint32_t count, key;
+        std::string after;
+    } rows[] = {
+        {"AB", 2, 3105, "ab"},
+        {"ABC", 2, 3105, "abC"},                                  // the count bounds both jobs
+        {std::string("A\0B", 3), 3, 97, std::string("a\0B", 3)},  // a NUL ends the text
+        {"", 5, 0, ""},
+        {"WWW.Example.COM", 15, 269193510, "www.example.com"},  // wraps, masked to 31 bits
+        {"caf\xE9.example", 12, 125954717, "caf\xE9.example"},  // bytes above 0x7F are unsigned
+    };
+    for (Row &r : rows) {
+        EXPECT_EQ(StrlwrAndBKDRHash(&r.text[0], r.count), r.key) << r.after;
+        EXPECT_EQ(r.text, r.after);
+    }
+    EXPECT_EQ(StrlwrAndBKDRHash(nullptr, 3), 1u);
+}
+
+TEST(AssemblyString, JoinsHostAndPath)
+{
+    struct Row {
+        std::string dst, src;
+        uint16_t cap;
+        std::string want;
+    } rows[] = {
+        {"h.example", "p/q", 256, "h.example/p/q"},    {"h.example/", "p", 256, "h.example/p"},
+        {"h.example", "/p", 256, "h.example//p"},      {"h.example", "h.example/x", 256, "h.example/x"},
+        {"h.example", "h", 256, "h.example/h"},        {"", "/p", 256, "/p"},
+        {"", "abcdef", 4, "abcd"},                     {"abc", "xxxxxxxxxx", 8, "abc/xxxx"},
+        {"abc", "x", 4, "abc/"},                       {"abcd", "x", 4, "abcd"},
+        {"abc", "", 8, "abc"},
+    };
+    for (const Row &r : rows) {
+        std::vector<char> dst(r.cap + 1u, '#');
+        std::memcpy(dst.data(), r.dst.c_str(), r.dst.size() + 1);
+        uint16_t len = static_cast<uint16_t>(r.dst.size());
+        AssemblyString(dst.data(), &len, r.src.data(), static_cast<uint16_t>(r.src.size()), r.cap);
+        EXPECT_EQ(std::string(dst.data(), len), r.want) << r.dst << " + " << r.src;
+        EXPECT_EQ(dst[len], '\0');
+    }
+}
+
+TEST(ProcLocation, StripsSchemeAndFinalSlash)
+{
+    struct Row {
+        std::string in, want;
+        uint16_t len;
+    } rows[] = {
+        {"HTTP://WWW.EXAMPLE.COM/", "www.example.com", 23},
+        {"https://A.example/Path", "a.example/path", 22},
+        {"http://", "http:/", 7},    // too short to be taken for a scheme
+        {"https://", "https:/", 8},  // the scheme would be all of it
+        {"/", "", 1},
+        {"x.example", "", 0},    // bad lengths: emptied, key kept
+        {"x.example", "", 129},
+    };
+    for (const Row &r : rows) {
+        char text[LOCATION_MAX_LEN + 2] = {0};
+        std::memcpy(text, r.in.data(), r.in.size());
+        uint16_t len = r.len;
+        uint32_t key = 77;
+        ProcLocation(text, LOCATION_MAX_LEN, &len, &key);
+        EXPECT_EQ(std::string(text, len), r.want) << r.in;
+        const bool bad = r.len == 0 || r.len > LOCATION_MAX_LEN;
+        EXPECT_EQ(key, bad ? 77u : r.want.empty() ? 0u : Hash(r.want)) << r.in;
+    }
+}
+
+class EventIntakeTest : public DaemonTest {
+protected:
+    void SetUp() override
+    {
+        DaemonTest::SetUp();
+        InitThreads({0}, 0, LOG_LEVEL_TRACE);
+    }
+    STEventInfo Read(const Event &ev)
+    {
+        STEventInfo info;
+        InitPageProcessInfo(0, &Flow(1), &info);
+        STWebPageEvent raw = ev.Build();
+        const uint32_t rc =
+            ev.id == WEBPAGE_EVENT_REQUEST ? GetReqEventInfo(&raw, &info) : GetRspEventInfo(&raw, &info);
+        EXPECT_EQ(rc, 0u);
+        return info;
+    }
+};
+
+TEST_F(EventIntakeTest, RequestTextsAreJoinedLowerCasedAndHashed)
+{
+    Event ev = Req("WWW.Example.COM", "/Index.HTML?A=B", 10 * kSec);
+    ev.referHost = "Ref.Example";
+    ev.referPath = "/Home";
+    ev.contentType = "Text/HTML";
+    const STEventInfo info = Read(ev);
+    EXPECT_STREQ(info.acHost, "www.example.com");
+    EXPECT_STREQ(info.acURL, "www.example.com//index.html?a=b");
+    EXPECT_STREQ(info.acUri, "/Index.HTML?A=B");
+    EXPECT_STREQ(info.acRefererUrl, "ref.example//home");
+    EXPECT_STREQ(info.acContentType, "Text/HTML");
+    EXPECT_EQ(info.uiHostHashKey, Hash("www.example.com"));
+    EXPECT_EQ(info.uiURLHashKey, Hash(info.acURL));
+    EXPECT_EQ(info.uiRefererHashKey, Hash("ref.example//home"));
+    EXPECT_STREQ(Read(Req("", "/Only/Path", kSec)).acURL, "/only/path");
+    EXPECT_STREQ(Read(Req("a.example", "a.example/x", kSec)).acURL, "a.example/x");
+
+    EXPECT_EQ(Read(Rsp(200, 3 * kSec, 4 * kSec, "image/png")).uiReqMethod, METHOD_NONE);
+    EXPECT_TRUE(LogContains("[TID=0][INFO][GetRspEventInfo]ContentTypeLen is 9,ContentType is [image/png].;"));
+}
+
+// Every string claims the largest length and its buffer holds exactly that:
+// under ASan any read past a capacity cut fails the test.
+TEST_F(EventIntakeTest, LongStringsAreCutAtTheirCapacities)
+{
+    std::vector<std::vector<unsigned char>> bufs(6, std::vector<unsigned char>(65535, 'A'));
+    STWebPageEvent raw{};
+    raw.ucReqMethod = WEBPAGE_METHOD_GET;
+    raw.usRspCode = 302;
+    const unsigned char **ptrs[] = {&raw.pucHost,     &raw.pucURL,      &raw.pucReferHost,
+                                    &raw.pucReferURL, &raw.pucLocation, &raw.pucContentType};
+    uint16_t *lens[] = {&raw.usHostLen,     &raw.usURLLen,      &raw.usReferHostLen,
+                        &raw.usReferURLLen, &raw.usLocationLen, &raw.usContentTypeLen};
+    for (size_t i = 0; i < 6; ++i) {
+        *ptrs[i] = bufs[i].data();
+        *lens[i] = 65535;
+    }
+    STEventInfo info;
+    InitPageProcessInfo(0, &Flow(1), &info);
+    ASSERT_EQ(GetReqEventInfo(&raw, &info), 0u);
+    EXPECT_EQ(info.usHostLen, 64u);
+    EXPECT_EQ(info.usUriLen, 128u);
+    EXPECT_EQ(std::strlen(info.acURL), 64u + 1u + 128u);  // cut host, '/', cut URI
+    EXPECT_EQ(info.usURLLen, 64u + 1u + 128u);
+    EXPECT_EQ(info.usRefererUrlLen, 128u);  // the path starts with the (not yet lower-cased) host
+    EXPECT_EQ(info.usContentTypeLen, 64u);
+    EXPECT_EQ(std::strlen(info.acLocation), 128u);
+
+    const std::string nul("ab\0CD", 5);  // bytes kept, hashing stops at the NUL
+    const STEventInfo withNul = Read(Req(nul, "", kSec));
+    EXPECT_EQ(withNul.usHostLen, 5u);
+    EXPECT_EQ(std::memcmp(withNul.acHost, nul.data(), 5), 0);
+    EXPECT_EQ(withNul.uiHostHashKey, 3105u);
+}
+
+TEST_F(EventIntakeTest, OnlyRedirectsTakeTheirLocation)
+{
+    struct Row {
+        uint32_t id, code;
+        uint16_t wantLen;
+        uint8_t wantHttps;
+    } rows[] = {
+        {WEBPAGE_EVENT_REQUEST, 302, 15, 1},           {WEBPAGE_EVENT_REQUEST, 200, 0, 0},
+        {WEBPAGE_EVENT_REQUEST, 304, 0, 0},            {WEBPAGE_EVENT_REQUEST, 407, 15, 1},
+        {WEBPAGE_EVENT_REQUEST, 0x10000 + 302, 15, 1},  // only the low 16 bits count
+        {WEBPAGE_EVENT_RESPONSE, 301, 15, 0},           // responses never mark https
+    };
+    for (const Row &r : rows) {
+        Event ev = r.id == WEBPAGE_EVENT_REQUEST ? Req("a.example", "/", kSec) : Rsp(r.code, kSec);
+        ev.code = r.code;
+        ev.location = "HTTPS://Go.Example/Path/";
+        const STEventInfo info = Read(ev);
+        EXPECT_EQ(info.usLocationLen, r.wantLen) << r.code;
+        EXPECT_EQ(info.ucLocationHttps, r.wantHttps) << r.code;
+        if (r.wantLen != 0) {
+            EXPECT_STREQ(info.acLocation, "go.example/path");
+            EXPECT_EQ(info.uiLocationHashKey, Hash("go.example/path"));
+        }
+    }
+    EXPECT_TRUE(LogContains("[TID=255][TRACE][LocationIsHttps]Set page location flag is belongs to https;"));
+    g_ausCauseCode407[0] = 0;  // no proxy code configured: 407 is a plain failure
+    EXPECT_EQ(IsRedirect(407), 0u);
+    EXPECT_EQ(IsRedirect(399) + IsRedirect(300) + IsRedirect(299) + IsRedirect(400), 2u);
+}
+
+}  // namespace
+}  // namespace orvane_test

@@ -1,0 +1,351 @@
+// Normalises one daemon event into the working record: strings cut to their
+// capacities and terminated, URL and referer joined from host and path,
+// hosts, URLs, referers and locations lower-cased and hashed in one pass.
+#include <cstddef>
+#include <cstdint>
+
+#include "webpage_util.hpp"
+
+namespace {
+
+using orvane::EqualNoCase;
+using orvane::IsValidThread;
+using orvane::LowerAscii;
+
+constexpr uint32_t kHashMask = 0x7FFFFFFFu;
+constexpr uint32_t kHashFactor = 31u;
+constexpr uint16_t kRedirectFirst = 300;
+constexpr uint16_t kRedirectLast = 399;
+constexpr uint16_t kNotModified = 304;
+
+constexpr char kHttpScheme[] = "http://";
+constexpr char kHttpsScheme[] = "https://";
+constexpr uint16_t kHttpSchemeLen = sizeof(kHttpScheme) - 1;
+constexpr uint16_t kHttpsSchemeLen = sizeof(kHttpsScheme) - 1;
+
+inline unsigned long long Llu(uint64_t v) { return static_cast<unsigned long long>(v); }
+
+// The daemon marks an absent string by a null pointer or a zero length.
+inline bool HasText(const unsigned char *pucText, uint16_t usLen) { return pucText != nullptr && usLen != 0; }
+
+// Copies a daemon string into a fixed text of usMax characters (plus NUL),
+// cut at that capacity and terminated at the kept length, which it returns.
+// The source is read for no more than usMax bytes, whatever length it claims.
+uint16_t CopyCut(char *pcDst, uint16_t usMax, const unsigned char *pucSrc, uint16_t usLen)
+{
+    const uint16_t usKeep = usLen < usMax ? usLen : usMax;
+    ORV_MEMCPY(pcDst, usMax, pucSrc, usKeep);
+    pcDst[usKeep] = '\0';
+    return usKeep;
+}
+
+// strncmp over at most usLen bytes: equal when both run out together at a NUL.
+bool StartsWithText(const char *pcText, const char *pcPrefix, uint16_t usLen)
+{
+    for (uint16_t i = 0; i < usLen; ++i) {
+        if (pcText[i] != pcPrefix[i]) {
+            return false;
+        }
+        if (pcText[i] == '\0') {
+            return true;
+        }
+    }
+    return true;
+}
+
+// strncasecmp against a literal; the literal's own NUL ends the walk, so
+// pcText is read no further than the literal is long.
+template <size_t N>
+bool StartsWithNoCase(const char *pcText, const char (&acLiteral)[N], uint16_t usLen)
+{
+    for (uint16_t i = 0; i < usLen && i < N; ++i) {
+        if (LowerAscii(pcText[i]) != LowerAscii(acLiteral[i])) {
+            return false;
+        }
+        if (acLiteral[i] == '\0') {
+            return true;
+        }
+    }
+    return true;
+}
+
+// The helpers below log under the name of the reader that calls them.
+void TakeContentType(const STWebPageEvent *pstEvent, STEventInfo *pstInfo, const char *pcFunc)
+{
+    if (!HasText(pstEvent->pucContentType, pstEvent->usContentTypeLen)) {
+        return;
+    }
+    pstInfo->usContentTypeLen =
+        CopyCut(pstInfo->acContentType, CONTENT_TYPE_MAX_LEN, pstEvent->pucContentType, pstEvent->usContentTypeLen);
+    LOG_INFO_AS(pcFunc, pstInfo->ucThreadID, "ContentTypeLen is %u,ContentType is [%s].",
+                pstInfo->usContentTypeLen, pstInfo->acContentType);
+}
+
+// Copies the raw Location; returns false when the event has none.
+bool TakeLocation(const STWebPageEvent *pstEvent, STEventInfo *pstInfo)
+{
+    if (!HasText(pstEvent->pucLocation, pstEvent->usLocationLen)) {
+        return false;
+    }
+    pstInfo->usLocationLen =
+        CopyCut(pstInfo->acLocation, LOCATION_MAX_LEN, pstEvent->pucLocation, pstEvent->usLocationLen);
+    return true;
+}
+
+void NormaliseLocation(STEventInfo *pstInfo, const char *pcFunc)
+{
+    ProcLocation(pstInfo->acLocation, LOCATION_MAX_LEN, &pstInfo->usLocationLen, &pstInfo->uiLocationHashKey);
+    LOG_TRACE_AS(pcFunc, pstInfo->ucThreadID,
+                 "After process, LocationLen is %u,Location is [%s], LocationHashKey is %u.", pstInfo->usLocationLen,
+                 pstInfo->acLocation, pstInfo->uiLocationHashKey);
+}
+
+}  // namespace
+
+extern "C" {
+
+uint32_t StrlwrAndBKDRHash(char *pcText, uint32_t uiCount)
+{
+    if (pcText == nullptr) {
+        return 1;
+    }
+    uint32_t uiHash = 0;
+    for (uint32_t i = 0; i < uiCount && pcText[i] != '\0'; ++i) {
+        pcText[i] = LowerAscii(pcText[i]);
+        uiHash = uiHash * kHashFactor + static_cast<unsigned char>(pcText[i]);
+    }
+    return uiHash & kHashMask;
+}
+
+void AssemblyString(char *pcDst, uint16_t *pusDstLen, const char *pcSrc, uint16_t usSrcLen, uint16_t usDstMax)
+{
+    if (pcDst == nullptr || pusDstLen == nullptr || pcSrc == nullptr || usSrcLen == 0 || *pusDstLen >= usDstMax) {
+        return;
+    }
+    uint32_t uiLen = *pusDstLen;
+    if (uiLen <= usSrcLen && StartsWithText(pcSrc, pcDst, static_cast<uint16_t>(uiLen))) {
+        // The path already carries the host (or there is no host): take it alone.
+        uiLen = usSrcLen < usDstMax ? usSrcLen : usDstMax;
+        ORV_MEMCPY(pcDst, usDstMax, pcSrc, uiLen);
+    } else {
+        if (uiLen != 0 && pcDst[uiLen - 1] != '/') {
+            pcDst[uiLen++] = '/';
+        }
+        const uint32_t uiRoom = usDstMax - uiLen;
+        const uint32_t uiTake = usSrcLen <= uiRoom ? usSrcLen : uiRoom;
+        ORV_MEMCPY(pcDst + uiLen, uiRoom, pcSrc, uiTake);
+        uiLen += uiTake;
+    }
+    pcDst[uiLen] = '\0';
+    *pusDstLen = static_cast<uint16_t>(uiLen);
+}
+
+void ProcLocation(char *pcLocation, uint16_t usMax, uint16_t *pusLen, uint32_t *puiHashKey)
+{
+    if (pusLen == nullptr) {
+        return;
+    }
+    if (pcLocation == nullptr || *pusLen == 0 || *pusLen > usMax) {
+        *pusLen = 0;
+        return;
+    }
+    uint16_t usLen = *pusLen;
+    pcLocation[usLen] = '\0';
+    if (puiHashKey != nullptr) {
+        *puiHashKey = 0;
+    }
+    if (usLen >= kHttpsSchemeLen) {
+        uint16_t usScheme = 0;
+        if (EqualNoCase(pcLocation, kHttpScheme, kHttpSchemeLen)) {
+            usScheme = kHttpSchemeLen;
+        } else if (EqualNoCase(pcLocation, kHttpsScheme, kHttpsSchemeLen)) {
+            usScheme = kHttpsSchemeLen;
+        }
+        if (usScheme != 0 && usScheme < usLen) {
+            usLen = static_cast<uint16_t>(usLen - usScheme);
+            ORV_MEMMOVE(pcLocation, usMax, pcLocation + usScheme, usLen);
+            pcLocation[usLen] = '\0';
+        }
+    }
+    if (usLen != 0 && pcLocation[usLen - 1] == '/') {
+        pcLocation[--usLen] = '\0';
+    }
+    *pusLen = usLen;
+    const uint32_t uiKey = StrlwrAndBKDRHash(pcLocation, usLen);
+    if (puiHashKey != nullptr) {
+        *puiHashKey = uiKey;
+    }
+}
+
+void LocationIsHttps(STEventInfo *pstInfo, uint16_t usCompareLen)
+{
+    if (pstInfo == nullptr) {
+        return;
+    }
+    if (StartsWithNoCase(pstInfo->acLocation, kHttpsScheme, usCompareLen)) {
+        LOG_TRACE(LOG_TID_NONE, "Set page location flag is belongs to https");
+        pstInfo->ucLocationHttps = 1;
+    }
+}
+
+uint32_t Is407CauseCode(uint16_t usCauseCode)
+{
+    return (g_ausCauseCode407[0] != 0 && g_ausCauseCode407[0] == usCauseCode) ? 1u : 0u;
+}
+
+uint32_t IsRedirect(uint16_t usCauseCode)
+{
+    const bool bRedirect3xx =
+        usCauseCode >= kRedirectFirst && usCauseCode <= kRedirectLast && usCauseCode != kNotModified;
+    return (bRedirect3xx || Is407CauseCode(usCauseCode) != 0) ? 1u : 0u;
+}
+
+uint32_t GetReqEventInfo(const STWebPageEvent *pstEvent, STEventInfo *pstInfo)
+{
+    if (pstEvent == nullptr || pstInfo == nullptr) {
+        LOG_ERROR(LOG_TID_NONE, "para err.");
+        return 1;
+    }
+    const uint8_t ucTid = pstInfo->ucThreadID;
+    if (!IsValidThread(ucTid)) {
+        LOG_ERROR(ucTid, "ucThreadID err.");
+        return 1;
+    }
+
+    pstInfo->usClientPort = pstEvent->usClientPort;
+    pstInfo->usServerPort = pstEvent->usServerPort;
+    pstInfo->uiClientIp = pstEvent->uiClientIp;
+    pstInfo->uiServerIp = pstEvent->uiServerIp;
+    pstInfo->enNetworkType = pstEvent->enNetworkType;
+    LOG_TRACE(ucTid, "ClientPort is %u,ServerPort is %u,ClientIp is %u, ServerIp is %u.", pstInfo->usClientPort,
+              pstInfo->usServerPort, pstInfo->uiClientIp, pstInfo->uiServerIp);
+
+    pstInfo->ullReqBeginTime = pstEvent->ullMsgBeginTime;
+    pstInfo->ullReqEndTime = pstEvent->ullMsgEndTime;
+    pstInfo->ullMsgEndTime = pstEvent->ullMsgEndTime;
+    pstInfo->ullFirTime = pstEvent->ullFirTime;
+    LOG_TRACE(ucTid, "ReqBeginTime is %llu,ReqEndTime is %llu,MsgEndTime is %llu,FirTime is %llu.",
+              Llu(pstInfo->ullReqBeginTime), Llu(pstInfo->ullReqEndTime), Llu(pstInfo->ullMsgEndTime),
+              Llu(pstInfo->ullFirTime));
+
+    pstInfo->usCauseCode = static_cast<uint16_t>(pstEvent->usRspCode & 0xFFFFu);
+    pstInfo->uiReqMethod = pstEvent->ucReqMethod;
+    pstInfo->ucFinRst = pstEvent->ucFinRst;
+    pstInfo->uiEventID = pstEvent->usEventID;
+    LOG_TRACE(ucTid, "CauseCode is %u,ReqMethod is %u.", pstInfo->usCauseCode, pstInfo->uiReqMethod);
+
+    if (HasText(pstEvent->pucURL, pstEvent->usURLLen)) {
+        pstInfo->usUriLen = CopyCut(pstInfo->acUri, URI_MAX_LEN, pstEvent->pucURL, pstEvent->usURLLen);
+        LOG_INFO(ucTid, "UriLen is %u,Uri is [%s].", pstInfo->usUriLen, pstInfo->acUri);
+    }
+    if (HasText(pstEvent->pucHost, pstEvent->usHostLen)) {
+        pstInfo->usHostLen = CopyCut(pstInfo->acHost, HOST_MAX_LEN, pstEvent->pucHost, pstEvent->usHostLen);
+        LOG_INFO(ucTid, "HostLen is %u,Host is [%s].", pstInfo->usHostLen, pstInfo->acHost);
+    }
+
+    // The referer path waits in a scratch text until the referer host is in place.
+    char acReferPath[REFERER_PATH_MAX_LEN + 1];
+    acReferPath[0] = '\0';
+    uint16_t usReferPathLen = 0;
+    if (HasText(pstEvent->pucReferURL, pstEvent->usReferURLLen)) {
+        usReferPathLen = CopyCut(acReferPath, REFERER_PATH_MAX_LEN, pstEvent->pucReferURL, pstEvent->usReferURLLen);
+        LOG_INFO(ucTid, "RefererLen is %u,Referer is [%s].", usReferPathLen, acReferPath);
+    }
+    if (HasText(pstEvent->pucReferHost, pstEvent->usReferHostLen)) {
+        // The referer host is cut like a host, although its array holds a whole URL.
+        pstInfo->usRefererUrlLen =
+            CopyCut(pstInfo->acRefererUrl, HOST_MAX_LEN, pstEvent->pucReferHost, pstEvent->usReferHostLen);
+        LOG_INFO(ucTid, "RefererHostLen is %u,RefererHost is [%s].", pstInfo->usRefererUrlLen,
+                 pstInfo->acRefererUrl);
+    }
+    if (usReferPathLen != 0) {
+        AssemblyString(pstInfo->acRefererUrl, &pstInfo->usRefererUrlLen, acReferPath, usReferPathLen,
+                       REFERER_MAX_LEN);
+        pstInfo->acRefererUrl[pstInfo->usRefererUrlLen] = '\0';
+        LOG_TRACE(ucTid, "After assembly, RefererUrlLen is %u,RefererUrl is [%s].", pstInfo->usRefererUrlLen,
+                  pstInfo->acRefererUrl);
+    }
+    if (pstInfo->usRefererUrlLen != 0) {
+        pstInfo->uiRefererHashKey = StrlwrAndBKDRHash(pstInfo->acRefererUrl, pstInfo->usRefererUrlLen);
+        LOG_TRACE(ucTid, "After Hash,RefererUrlLen is %u,RefererUrl is [%s],RefererHashKey is %u.",
+                  pstInfo->usRefererUrlLen, pstInfo->acRefererUrl, pstInfo->uiRefererHashKey);
+    }
+
+    if (pstInfo->usHostLen != 0) {
+        pstInfo->uiHostHashKey = StrlwrAndBKDRHash(pstInfo->acHost, pstInfo->usHostLen);
+        LOG_TRACE(ucTid, "After Hash,HostLen is %u,Host is [%s],HostHashKey is %u.", pstInfo->usHostLen,
+                  pstInfo->acHost, pstInfo->uiHostHashKey);
+        // The URL starts from the host already in small letters.
+        ORV_MEMCPY(pstInfo->acURL, URL_MAX_LEN, pstInfo->acHost, pstInfo->usHostLen);
+        pstInfo->usURLLen = pstInfo->usHostLen;
+        pstInfo->acURL[pstInfo->usURLLen] = '\0';
+        LOG_TRACE(ucTid, "Copy Host to URL,URLLen is %u,URL is [%s].", pstInfo->usURLLen, pstInfo->acURL);
+    }
+    if (pstInfo->usUriLen != 0) {
+        AssemblyString(pstInfo->acURL, &pstInfo->usURLLen, pstInfo->acUri, pstInfo->usUriLen, URL_MAX_LEN);
+        pstInfo->acURL[pstInfo->usURLLen] = '\0';
+        LOG_TRACE(ucTid, "After assembly,URLLen is %u,URL is [%s].", pstInfo->usURLLen, pstInfo->acURL);
+    }
+    if (pstInfo->usURLLen != 0) {
+        pstInfo->uiURLHashKey = StrlwrAndBKDRHash(pstInfo->acURL, pstInfo->usURLLen);
+        LOG_TRACE(ucTid, "After Hash,URLLen is %u,URL is [%s],URLHashKey is %u.", pstInfo->usURLLen, pstInfo->acURL,
+                  pstInfo->uiURLHashKey);
+    }
+
+    TakeContentType(pstEvent, pstInfo, __func__);
+
+    // Only a redirect's Location names where the page goes next.
+    if (IsRedirect(pstInfo->usCauseCode) == 0) {
+        return 0;
+    }
+    if (TakeLocation(pstEvent, pstInfo)) {
+        LOG_INFO(ucTid, "LocationLen is %u,Location is [%s].", pstInfo->usLocationLen, pstInfo->acLocation);
+        LOG_TRACE(ucTid, "check location is belongs to https*********.");
+        // Tested on the Location as received: ProcLocation strips the scheme.
+        LocationIsHttps(pstInfo, kHttpsSchemeLen);
+        NormaliseLocation(pstInfo, __func__);
+    }
+    return 0;
+}
+
+uint32_t GetRspEventInfo(const STWebPageEvent *pstEvent, STEventInfo *pstInfo)
+{
+    if (pstEvent == nullptr || pstInfo == nullptr) {
+        LOG_ERROR(LOG_TID_ANY, "Para err.");
+        return 1;
+    }
+    const uint8_t ucTid = pstInfo->ucThreadID;
+    if (!IsValidThread(ucTid)) {
+        LOG_ERROR(ucTid, "ucThreadID err.");
+        return 1;
+    }
+
+    pstInfo->usClientPort = pstEvent->usClientPort;
+    pstInfo->usServerPort = pstEvent->usServerPort;
+    pstInfo->uiClientIp = pstEvent->uiClientIp;
+    pstInfo->uiServerIp = pstEvent->uiServerIp;
+    pstInfo->enNetworkType = pstEvent->enNetworkType;
+    pstInfo->ullRspBeginTime = pstEvent->ullMsgBeginTime;
+    pstInfo->ullRspEndTime = pstEvent->ullMsgEndTime;
+    pstInfo->ullMsgEndTime = pstEvent->ullMsgEndTime;
+    pstInfo->ullFirTime = pstEvent->ullFirTime;
+    pstInfo->usCauseCode = static_cast<uint16_t>(pstEvent->usRspCode & 0xFFFFu);
+    pstInfo->ucFinRst = pstEvent->ucFinRst;
+    pstInfo->uiEventID = pstEvent->usEventID;
+    LOG_TRACE(ucTid, "ReqBeginTime is %llu,ReqEndTime is %llu,MsgEndTime is %llu,FirTime is %llu.",
+              Llu(pstInfo->ullReqBeginTime), Llu(pstInfo->ullReqEndTime), Llu(pstInfo->ullMsgEndTime),
+              Llu(pstInfo->ullFirTime));
+
+    TakeContentType(pstEvent, pstInfo, __func__);
+
+    if (IsRedirect(pstInfo->usCauseCode) == 0) {
+        return 0;
+    }
+    if (TakeLocation(pstEvent, pstInfo)) {
+        LOG_INFO(ucTid, "LocationLen is %u,Location is [%s]", pstInfo->usLocationLen, pstInfo->acLocation);
+        NormaliseLocation(pstInfo, __func__);
+    }
+    return 0;
+}
+
+}  // extern "C"

@@ -1,0 +1,334 @@
+// The thread's open pages: creation from an event, page IDs, the first
+// request's identity, the DNS answer at creation, and finding a flow's page.
+#include <cstdint>
+
+#include "webpage_util.hpp"
+
+namespace {
+
+using orvane::ClearPageFlag;
+using orvane::ContextOf;
+using orvane::IsValidThread;
+using orvane::MakePageID;
+using orvane::PageOf;
+using orvane::SetPageFlag;
+
+inline unsigned long long Llu(uint64_t v) { return static_cast<unsigned long long>(v); }
+
+// Copies one of the event's normalised texts into the page, cut at the
+// page's capacity; returns the kept length.
+uint16_t KeepText(char *pcDst, uint16_t usMax, const char *pcSrc, uint16_t usLen)
+{
+    const uint16_t usKeep = usLen < usMax ? usLen : usMax;
+    ORV_MEMCPY(pcDst, usMax, pcSrc, usKeep);
+    pcDst[usKeep] = '\0';
+    return usKeep;
+}
+
+// The flow area is the daemon's and may outlive the page, or even the
+// context, its pointer was taken from. The pointer is trusted only when it is
+// a node of this thread's page pool, linked on a list (a free node has no
+// predecessor), and still carries the remembered ID: a closed page, or its
+// node reused for another page, is never taken for the flow's page.
+bool IsCachedPageLive(const STWebPage *pstCtx, STPageNode *pstPage, uint64_t ullPageID)
+{
+    const CMemPool &stPool = pstCtx->stPageNodePool;
+    const uintptr_t uBase = reinterpret_cast<uintptr_t>(stPool.m_apstBlock[0]);
+    const uintptr_t uStride = stPool.m_uiNodeSize + sizeof(STTranNode);
+    const uintptr_t uNode = reinterpret_cast<uintptr_t>(pstPage) - sizeof(STTranNode);
+    if (pstPage == nullptr || uBase == 0 || uNode < uBase || (uNode - uBase) % uStride != 0 ||
+        (uNode - uBase) / uStride >= stPool.m_uiInitNodeNum) {
+        return false;
+    }
+    return orvane::NodeOf(pstPage)->pstPrev != nullptr && pstPage->uiPageID == ullPageID;
+}
+
+// The cached pointer saves a search; without it the ID decides.
+STPageNode *FindFlowPage(const STEventInfo *pstInfo, uint64_t ullPageID, STPageNode *pstCached, uint8_t ucListType)
+{
+    STWebPage *pstCtx = ContextOf(pstInfo->ucThreadID);
+    if (ullPageID == 0 || pstCtx == nullptr) {
+        return nullptr;
+    }
+    if (IsCachedPageLive(pstCtx, pstCached, ullPageID)) {
+        return pstCached;
+    }
+    STTranManage *pstList =
+        ucListType == PAGE_LIST_ORDINARY ? &pstCtx->stPageNodeList : &pstCtx->stUcidPageNodeList;
+    STTranNode *pstNode = SeekNode(&ullPageID, pstList);
+    return pstNode == nullptr ? nullptr : PageOf(pstNode);
+}
+
+// Asks the daemon's DNS cache when the host was resolved and how long it took.
+void QueryDns(STPageNode *pstPage, const STEventInfo *pstInfo, const char *pcFunc)
+{
+    const uint8_t ucTid = pstInfo->ucThreadID;
+    const PFDNSQueryFunc pfQuery = g_DNSQueryFunc;
+    if (pstInfo->usHostLen != 0 && pfQuery != nullptr) {
+        STDNSQueryInfo stQuery{};
+        stQuery.pcHost = pstInfo->acHost;
+        stQuery.usHostLen = pstInfo->usHostLen;
+        stQuery.uiServerIp = pstInfo->uiServerIp;
+        STDNSQueryResult stResult{};
+        LOG_TRACE_AS(pcFunc, ucTid, "query DNS host %s, serverIP is %u , hostLen %u", pstInfo->acHost,
+                     pstInfo->uiServerIp, pstInfo->usHostLen);
+        (void)pfQuery(&stQuery, &stResult);
+        pstPage->ullDNSBeginTime = stResult.ullDNSBeginTime;
+        pstPage->uiDnsDelay = stResult.uiDnsDelay;
+        LOG_TRACE_AS(pcFunc, ucTid, "query DNS begin time is  %llu ,DNSDelay is %u", Llu(pstPage->ullDNSBeginTime),
+                     pstPage->uiDnsDelay);
+    }
+    LOG_TRACE_AS(pcFunc, ucTid, "DNS begin time is , %llu! DNS delay is %u ,PageID is %llu",
+                 Llu(pstPage->ullDNSBeginTime), pstPage->uiDnsDelay, Llu(pstPage->uiPageID));
+}
+
+// The creating event's cause: any cause marks the page; a non-redirect one
+// is the main request; success is judged on redirects too.
+void ApplyFirstCause(STPageNode *pstPage, const STEventInfo *pstInfo, const char *pcFunc)
+{
+    const uint8_t ucTid = pstInfo->ucThreadID;
+    const uint16_t usCause = pstInfo->usCauseCode;
+    if (usCause == 0) {
+        return;
+    }
+    LOG_TRACE_AS(pcFunc, ucTid, "Page has first causecode is %u.", usCause);
+    SetPageFlag(pstPage, PAGE_FLAG_HAS_CAUSE);
+    if (IsRedirect(usCause) == 0) {
+        LOG_TRACE_AS(pcFunc, ucTid, "This event is main request.");
+        SetPageFlag(pstPage, PAGE_FLAG_MAIN_REQ);
+        pstPage->usMainCauseCode = usCause;
+    }
+    if (IsRsponseOK(usCause) != 0) {
+        LOG_TRACE_AS(pcFunc, ucTid, "The rsponse is OK.");
+        SetPageFlag(pstPage, PAGE_FLAG_SUCCESS);
+    } else {
+        LOG_TRACE_AS(pcFunc, ucTid, "The rsponse is fail.");
+        ClearPageFlag(pstPage, PAGE_FLAG_SUCCESS);
+    }
+}
+
+}  // namespace
+
+namespace orvane {
+
+uint64_t CreatePage(STEventInfo *pstInfo, uint32_t uiPageType, const PageCreation &stHow)
+{
+    const uint8_t ucTid = pstInfo->ucThreadID;
+    const char *const pcFunc = stHow.pcFunc;
+    // Only GET and POST start web pages; other methods keep to their flow.
+    if (pstInfo->uiReqMethod != WEBPAGE_METHOD_GET && pstInfo->uiReqMethod != WEBPAGE_METHOD_POST) {
+        LOG_TRACE_AS(pcFunc, ucTid, "%s", stHow.pcMethodLine);
+        uiPageType = PAGE_TYPE_SINGLE;
+    }
+
+    // A thread without a context has no pool either; both end here alike.
+    // Nothing is evicted when the pool is dry: the event stays without a page.
+    STWebPage *pstCtx = ContextOf(ucTid);
+    STTranNode *pstNode = pstCtx == nullptr ? nullptr : ApplyNodeMem(&pstCtx->stPageNodePool);
+    if (pstNode == nullptr) {
+        LOG_ERROR_AS(pcFunc, ucTid, "PageNodePool is NULL!");
+        return 0;
+    }
+    STTranManage *pstList =
+        stHow.ucListType == PAGE_LIST_ORDINARY ? &pstCtx->stPageNodeList : &pstCtx->stUcidPageNodeList;
+    if (InsertNodeHead(pstNode, pstList) != 0) {
+        LOG_ERROR_AS(pcFunc, ucTid, "Insert page node fail!");
+        (void)FreeNodeMem(pstNode, &pstCtx->stPageNodePool);
+        return 0;
+    }
+
+    STPageNode *pstPage = PageOf(pstNode);
+    InitPageNode(pstPage);
+    pstPage->ucIsUcidPage = stHow.ucIsUcidPage;
+    pstPage->uiPageType = uiPageType;
+    pstPage->enNetworkType = pstInfo->enNetworkType;
+    pstInfo->uiMatchLevel = 0;  // the creating event is its page's main level
+
+    QueryDns(pstPage, pstInfo, pcFunc);
+    SetPageFirstTime(pstPage, pstInfo, pcFunc);
+
+    pstPage->uiPageID = MakePageID(ucTid, ++g_aulPageID[ucTid]);
+    LOG_TRACE_AS(pcFunc, ucTid, "Insert new page, uiPageID is %llu!", Llu(pstPage->uiPageID));
+
+    if (uiPageType == PAGE_TYPE_ASSOCIATE) {
+        SetPageFlag(pstPage, PAGE_FLAG_WEBTYPE);
+    }
+    if (stHow.bWebTypeTest &&
+        IsWebType(pstInfo->acContentType, pstInfo->usContentTypeLen, CONTENT_TYPE_MAX_LEN, pstInfo->usCauseCode) == 0) {
+        ClearPageFlag(pstPage, PAGE_FLAG_WEBTYPE);
+        LOG_TRACE_AS(pcFunc, ucTid, "Page is not webtype.");
+    }
+    ApplyFirstCause(pstPage, pstInfo, pcFunc);
+    if (pstInfo->uiReqMethod == WEBPAGE_METHOD_POST) {
+        LOG_TRACE_AS(pcFunc, ucTid, "Page is created by post.");
+        SetPageFlag(pstPage, PAGE_FLAG_ALL_POST);
+    }
+
+    if (stHow.bSaveFirReq) {
+        SaveFirReqString(pstInfo, pstPage);
+    }
+    // The new page is returned whether or not the flow could be tied to it.
+    (void)UpdatePageNode(pstPage, pstInfo, uiPageType);
+    return pstPage->uiPageID;
+}
+
+}  // namespace orvane
+
+extern "C" {
+
+void InitPageNode(STPageNode *pstPage)
+{
+    if (pstPage == nullptr) {
+        return;
+    }
+    // A reused node must not leak its last page's texts or counters.
+    ORV_MEMSET(pstPage, sizeof(*pstPage), 0, sizeof(*pstPage));
+    InitSTTranManage(MatchStrCompare, &pstPage->stHostList);
+    InitSTTranManage(MatchStrCompare, &pstPage->stURLList);
+    InitSTTranManage(MatchStrCompare, &pstPage->stRefererList);
+    InitSTTranManage(MatchStrCompare, &pstPage->stLocationList);
+}
+
+void InitPageProcessInfo(uint8_t ucThreadID, STFlowInfo *pstFlowInfo, STEventInfo *pstInfo)
+{
+    if (pstInfo == nullptr) {
+        LOG_ERROR(ucThreadID, "para error.");
+        return;
+    }
+    // Every text is read only up to its length, so clearing its first byte
+    // is enough; the record is set up afresh for every event.
+    pstInfo->ucThreadID = ucThreadID;
+    pstInfo->pstFlowInfo = pstFlowInfo;
+    pstInfo->ucLocationHttps = 0;
+    pstInfo->usClientPort = 0;
+    pstInfo->usServerPort = 0;
+    pstInfo->uiClientIp = 0;
+    pstInfo->uiServerIp = 0;
+    pstInfo->usCauseCode = 0;
+    pstInfo->usHostLen = 0;
+    pstInfo->usURLLen = 0;
+    pstInfo->usRefererUrlLen = 0;
+    pstInfo->usLocationLen = 0;
+    pstInfo->usContentTypeLen = 0;
+    pstInfo->usUriLen = 0;
+    pstInfo->uiHostHashKey = 0;
+    pstInfo->uiURLHashKey = 0;
+    pstInfo->uiRefererHashKey = 0;
+    pstInfo->uiLocationHashKey = 0;
+    pstInfo->acHost[0] = '\0';
+    pstInfo->acURL[0] = '\0';
+    pstInfo->acRefererUrl[0] = '\0';
+    pstInfo->acLocation[0] = '\0';
+    pstInfo->acContentType[0] = '\0';
+    pstInfo->acUri[0] = '\0';
+    pstInfo->ullReqBeginTime = 0;
+    pstInfo->ullReqEndTime = 0;
+    pstInfo->ullRspBeginTime = 0;
+    pstInfo->ullRspEndTime = 0;
+    pstInfo->ullMsgEndTime = 0;
+    pstInfo->ullFirTime = 0;
+    pstInfo->ucFinRst = 0;
+    pstInfo->enNetworkType = 0;
+    pstInfo->uiEventID = 0;
+    pstInfo->uiReqMethod = METHOD_NONE;
+    pstInfo->uiMatchLevel = MATCH_LEVEL_NONE;
+}
+
+void SaveFirReqString(STEventInfo *pstInfo, STPageNode *pstPage)
+{
+    if (pstInfo == nullptr || pstPage == nullptr) {
+        LOG_ERROR(LOG_TID_ANY, "Para err!");
+        return;
+    }
+    const uint8_t ucTid = pstInfo->ucThreadID;
+    if (!IsValidThread(ucTid)) {
+        LOG_ERROR(ucTid, "ThreadID err!");
+        return;
+    }
+    if (pstInfo->usHostLen != 0) {
+        pstPage->usHostLen = KeepText(pstPage->acHost, HOST_MAX_LEN, pstInfo->acHost, pstInfo->usHostLen);
+        pstPage->uiHostKey = pstInfo->uiHostHashKey;
+        LOG_TRACE(ucTid, "Save host info to page, HostLen is %u, Host is [%s], HostKey is %u.", pstPage->usHostLen,
+                  pstPage->acHost, pstPage->uiHostKey);
+    }
+    if (pstInfo->usURLLen != 0) {
+        pstPage->usURLLen = KeepText(pstPage->acURL, URL_MAX_LEN, pstInfo->acURL, pstInfo->usURLLen);
+        pstPage->uiURLKey = pstInfo->uiURLHashKey;
+        LOG_TRACE(ucTid, "Save URL info to page, URLLen is %u, URL is [%s], URLKey is %u.", pstPage->usURLLen,
+                  pstPage->acURL, pstPage->uiURLKey);
+    }
+    if (pstInfo->usLocationLen != 0) {
+        pstPage->usLocationLen =
+            KeepText(pstPage->acLocation, LOCATION_MAX_LEN, pstInfo->acLocation, pstInfo->usLocationLen);
+        pstPage->uiLocationKey = pstInfo->uiLocationHashKey;
+        LOG_TRACE(ucTid, "Save location info to page, LocationLen is %u, Location is [%s], LocationKey is %u.",
+                  pstPage->usLocationLen, pstPage->acLocation, pstPage->uiLocationKey);
+    }
+    // Only the referer's key is kept: pages are never compared by referer text.
+    pstPage->uiRefererKey = pstInfo->uiRefererHashKey;
+    LOG_TRACE(ucTid, "Save Referer info to page, RefererKey is %u.", pstPage->uiRefererKey);
+}
+
+uint64_t InsertPageNode(STEventInfo *pstInfo, uint32_t uiPageType, uint8_t bIsAllRuleFail)
+{
+    if (pstInfo == nullptr) {
+        LOG_ERROR(LOG_TID_ANY, "para err!");
+        return 0;
+    }
+    if (!IsValidThread(pstInfo->ucThreadID)) {
+        LOG_ERROR(pstInfo->ucThreadID, "ThreadID err!");
+        return 0;
+    }
+    LOG_TRACE(pstInfo->ucThreadID, "Insert page node, pagetype is %u, IsAllRuleFail is %u!", uiPageType,
+              bIsAllRuleFail);
+    // A page nothing else claimed counts as a web page only for web content.
+    const orvane::PageCreation stHow{__func__, "Insert page, Method is not GET and POST!", PAGE_LIST_ORDINARY, 0,
+                                     bIsAllRuleFail == 1, true};
+    return orvane::CreatePage(pstInfo, uiPageType, stHow);
+}
+
+STPageNode *GetSinglePageNodeByFlowInfo(STEventInfo *pstInfo, uint8_t ucListType)
+{
+    if (pstInfo == nullptr) {
+        LOG_ERROR(LOG_TID_ANY, "para err.");
+        return nullptr;
+    }
+    const uint8_t ucTid = pstInfo->ucThreadID;
+    if (!IsValidThread(ucTid)) {
+        LOG_ERROR(ucTid, "ucThreadID err.");
+        return nullptr;
+    }
+    STFlowInfo *pstFlow = pstInfo->pstFlowInfo;
+    if (pstFlow == nullptr) {
+        LOG_ERROR(ucTid, "pFlowInfo err.");
+        return nullptr;
+    }
+    LOG_TRACE(ucTid, "SinglePageID in flowinfo is %llu.", Llu(pstFlow->ullSinglePageID));
+    return FindFlowPage(pstInfo, pstFlow->ullSinglePageID, pstFlow->pstSinglePage, ucListType);
+}
+
+STPageNode *GetAssociatePageNodeByFlowInfo(STEventInfo *pstInfo, uint8_t ucListType)
+{
+    if (pstInfo == nullptr || pstInfo->pstFlowInfo == nullptr || !IsValidThread(pstInfo->ucThreadID)) {
+        return nullptr;
+    }
+    STFlowInfo *pstFlow = pstInfo->pstFlowInfo;
+    return FindFlowPage(pstInfo, pstFlow->ullAssociatePageID, pstFlow->pstAssociatePage, ucListType);
+}
+
+STPageNode *GetPageNodeByFlowInfo(STEventInfo *pstInfo, uint8_t ucListType)
+{
+    if (pstInfo == nullptr || pstInfo->pstFlowInfo == nullptr) {
+        return nullptr;
+    }
+    switch (pstInfo->pstFlowInfo->uiPageType) {
+    case PAGE_TYPE_ASSOCIATE:
+        return GetAssociatePageNodeByFlowInfo(pstInfo, ucListType);
+    case PAGE_TYPE_SINGLE:
+        return GetSinglePageNodeByFlowInfo(pstInfo, ucListType);
+    default:
+        return nullptr;
+    }
+}
+
+}  // extern "C"
