@@ -1,0 +1,158 @@
+// The program as a user runs it: exit status, messages, output forms.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Outcome {
+    int status = -1;
+    std::string out, err;
+};
+
+std::string Slurp(const fs::path &p)
+{
+    std::ifstream in(p, std::ios::binary);
+    std::ostringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
+class Cli : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        dir_ = fs::temp_directory_path() / ("orvane-replay-cli-" + std::to_string(::getpid()) + "-" +
+                                            ::testing::UnitTest::GetInstance()->current_test_info()->name());
+        fs::create_directories(dir_);
+    }
+    void TearDown() override { fs::remove_all(dir_); }
+
+    fs::path Write(const std::string &name, const std::string &text)
+    {
+        std::ofstream(dir_ / name, std::ios::binary) << text;
+        return dir_ / name;
+    }
+
+    Outcome Exec(const std::string &args)
+    {
+        const std::string cmd = std::string("'") + ORVANE_REPLAY_BIN + "' " + args + " >'" +
+                                (dir_ / "out").string() + "' 2>'" + (dir_ / "err").string() + "'";
+        Outcome r;
+        const int raw = std::system(cmd.c_str());
+        r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+        r.out = Slurp(dir_ / "out");
+        r.err = Slurp(dir_ / "err");
+        return r;
+    }
+
+    fs::path dir_;
+};
+
+TEST_F(Cli, BadEntriesAreReportedSkippedAndCounted)
+{
+    const fs::path har = Write("bad.har", R"({"log":{"entries":[
+ {"startedDateTime":"2017-03-01T10:00:00Z","request":{"method":"GET","url":"http://a.example/"},
+  "response":{"status":200},"timings":{"send":1,"wait":2,"receive":3}},
+ {"startedDateTime":"2017-03-01T10:00:01Z","request":{"method":"GET"},
+  "response":{"status":200},"timings":{"send":1,"wait":2,"receive":3}}]}})");
+    const Outcome r = Exec("'" + har.string() + "'");
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find(har.string() + ": log.entries[1]: missing field request.url (skipped)"), std::string::npos)
+        << r.err;
+    EXPECT_NE(r.out.find("skipped: 1 bad"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("a.example"), std::string::npos) << "the good entry is still replayed";
+}
+
+TEST_F(Cli, UnreadableFilesDoNotStopTheOthers)
+{
+    const fs::path notJson = Write("x.har", "{\"log\": {\"entries\": [ }");
+    const Outcome r = Exec("'" + notJson.string() + "' '" + (dir_ / "missing.jsonl").string() + "' --json");
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("x.har: not valid JSON"), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("missing.jsonl: cannot open the file"), std::string::npos) << r.err;
+    const nlohmann::json j = nlohmann::json::parse(r.out);
+    EXPECT_EQ(j["summary"]["not_replayed"], 2);
+}
+
+TEST_F(Cli, BadOptionsAreUsageErrors)
+{
+    for (const char *args : {"--nope", "--log loud", "--timeout -1", "--format xml", "--html"}) {
+        const Outcome r = Exec(args);
+        EXPECT_EQ(r.status, 2) << args;
+        EXPECT_NE(r.err.find("orvane-replay: "), std::string::npos) << args;
+    }
+}
+
+TEST_F(Cli, SampleInEveryForm)
+{
+    const Outcome text = Exec("--events --eval");
+    EXPECT_EQ(text.status, 0) << text.err;
+    EXPECT_NE(text.out.find("black"), std::string::npos);
+    EXPECT_NE(text.out.find("Grouping against"), std::string::npos);
+
+    const Outcome json = Exec("--json --eval --events");
+    ASSERT_EQ(json.status, 0) << json.err;
+    const nlohmann::json j = nlohmann::json::parse(json.out);
+    ASSERT_EQ(j["sessions"].size(), 1u);
+    EXPECT_FALSE(j["sessions"][0]["pages"].empty());
+    EXPECT_TRUE(j["sessions"][0].contains("eval"));
+    EXPECT_EQ(j["sessions"][0]["events"].size(), j["sessions"][0]["events"].size());
+
+    const Outcome log = Exec("--log trace");
+    EXPECT_NE(log.err.find("[TID=0][TRACE]"), std::string::npos);
+
+    const fs::path page = dir_ / "w.html";
+    const Outcome html = Exec("--html '" + page.string() + "'");
+    ASSERT_EQ(html.status, 0) << html.err;
+    const std::string doc = Slurp(page);
+    EXPECT_EQ(doc.rfind("<!DOCTYPE html>", 0), 0u);
+    // Self-contained: nothing is fetched.
+    for (const char *ref : {"src=", "href=", "@import", "url("}) {
+        EXPECT_EQ(doc.find(ref), std::string::npos) << ref;
+    }
+    size_t rows = 0;
+    for (size_t at = doc.find("class=\"row\""); at != std::string::npos; at = doc.find("class=\"row\"", at + 1)) {
+        ++rows;
+    }
+    const Outcome sample = Exec("--sample");
+    size_t requests = 0;
+    for (size_t at = sample.out.find("\"ev\": \"req\""); at != std::string::npos;
+         at = sample.out.find("\"ev\": \"req\"", at + 1)) {
+        ++requests;
+    }
+    EXPECT_EQ(rows, requests) << "one bar per transaction";
+}
+
+TEST_F(Cli, RealRecordingsEvaluate)
+{
+    const fs::path shared = fs::path(ORVANE_SHARED_DIR) / "har";
+    if (!fs::is_directory(shared)) {
+        GTEST_SKIP() << "no recordings at " << shared;
+    }
+    std::string args = "--eval --json";
+    size_t files = 0;
+    for (const auto &entry : fs::directory_iterator(shared)) {
+        if (entry.path().extension() == ".har") {
+            args += " '" + entry.path().string() + "'";
+            ++files;
+        }
+    }
+    const Outcome r = Exec(args);
+    EXPECT_EQ(r.status, 0) << r.err;
+    const nlohmann::json j = nlohmann::json::parse(r.out);
+    EXPECT_EQ(j["sessions"].size(), files);
+    EXPECT_EQ(j["summary"]["not_replayed"], 0);
+    EXPECT_GT(j["summary"]["eval"]["true_pages"].get<int>(), 0);
+}
+
+}  // namespace

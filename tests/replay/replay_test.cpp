@@ -1,0 +1,195 @@
+// End-to-end: traces through the library, page results checked.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "evaluate.hpp"
+#include "replayer.hpp"
+
+namespace replay {
+namespace {
+
+constexpr uint64_t kT = 1000200000000ull;  // 1000.2 s: between two timer runs
+
+std::string At(uint64_t ns) { return std::to_string(ns); }
+
+// One page on one flow: DNS 3 s before, request, answer 200 ms later.
+std::string OnePage()
+{
+    return R"({"ev":"dns","host":"a.example","begin":)" + At(kT - 3 * kNsPerSec) + R"(,"delay_ms":40}
+{"ev":"req","flow":"f","begin":)" + At(kT) + R"(,"method":"GET","host":"a.example","uri":"","status":200,"ctype":"text/html"}
+{"ev":"rsp","flow":"f","begin":)" + At(kT + 100 * kNsPerMs) + R"(,"end":)" + At(kT + 200 * kNsPerMs) + R"(,"status":200}
+)";
+}
+
+const PageResult *FirstPageOf(const SessionResult &r, const std::string &host)
+{
+    for (const PageResult &p : r.pages) {
+        if (p.host == host) {
+            return &p;
+        }
+    }
+    return nullptr;
+}
+
+TEST(Replay, TimerRunsOnTheTracesFiveSecondBoundaries)
+{
+    const Trace trace = ReadJsonl("one", OnePage());
+    const struct {
+        uint16_t timeout;
+        uint64_t closedAtSec;
+    } rows[] = {
+        {0, 1065},   // default: 12 quiet runs, closed by the 13th (1005 .. 1065)
+        {10, 1015},  // 2 quiet runs
+        {3, 1005},   // no quiet run: the first run closes it
+    };
+    for (const auto &row : rows) {
+        ReplayOptions options;
+        options.pageTimeOutSec = row.timeout;
+        const SessionResult r = Replay(trace, options);
+        ASSERT_EQ(r.pages.size(), 1u);
+        const PageResult &p = r.pages[0];
+        EXPECT_TRUE(p.reported);
+        EXPECT_FALSE(p.released) << "closed by the timer, not the release";
+        EXPECT_EQ(p.closedAt, row.closedAtSec * kNsPerSec) << "timeout " << row.timeout;
+        EXPECT_EQ(r.clockEnd, row.closedAtSec * kNsPerSec);
+    }
+}
+
+TEST(Replay, PageResultCarriesDnsAndDelay)
+{
+    const SessionResult r = Replay(ReadJsonl("one", OnePage()), {});
+    ASSERT_EQ(r.pages.size(), 1u);
+    const PageResult &p = r.pages[0];
+    EXPECT_EQ(p.id, 1u);
+    EXPECT_EQ(p.kind, PageKind::kAssociate);
+    EXPECT_EQ(p.host, "a.example");
+    EXPECT_EQ(p.requests, 1);
+    EXPECT_EQ(p.responses, 1);
+    EXPECT_EQ(p.kqi.uiDnsDelay, 40u);
+    // The DNS look-up began within 10 s of the page: the delay runs from it.
+    EXPECT_EQ(p.kqi.ullPageDelay, 3200 * kNsPerMs);
+    EXPECT_EQ(p.kqi.usCauseCode, 200);
+    EXPECT_EQ(p.kqi.ucSuccFlag, 1);
+    EXPECT_EQ(p.kqi.ucPageFlag, 0);  // a successful page needs five requests to count
+    EXPECT_EQ(r.libraryErrors, 0u);
+}
+
+TEST(Replay, SessionsAreIndependent)
+{
+    const Trace trace = ReadJsonl("one", OnePage());
+    const SessionResult first = Replay(trace, {});
+    const SessionResult second = Replay(trace, {});
+    ASSERT_EQ(second.pages.size(), 1u);
+    EXPECT_EQ(second.pages[0].id, first.pages[0].id);  // page IDs start again
+    EXPECT_EQ(g_pstWebPage[0], nullptr);               // the context is gone
+}
+
+TEST(Replay, BundledSampleSession)
+{
+    const Trace trace = ReadJsonl("sample", SampleSession());
+    const SessionResult r = Replay(trace, {});
+    ASSERT_TRUE(r.setupError.empty()) << r.setupError;
+    for (const PageResult &p : r.pages) {
+        EXPECT_TRUE(p.reported && !p.released) << "page " << p.id << " not closed by the timer";
+    }
+    // Black-listed hosts join no page.
+    for (size_t i = 0; i < trace.events.size(); ++i) {
+        const std::string &host = trace.events[i].host;
+        if (host == "portal.example.com" || host == "metrics.statistic.example") {
+            EXPECT_TRUE(r.outcomes[i].black) << trace.events[i].origin;
+        }
+    }
+    // The shop redirects to https: judged, but never counted.
+    const PageResult *shop = FirstPageOf(r, "www.shop.example");
+    ASSERT_NE(shop, nullptr);
+    EXPECT_EQ(shop->kind, PageKind::kAssociate);
+    EXPECT_GE(shop->requests, 8);
+    EXPECT_EQ(shop->kqi.usCauseCode, 200);
+    EXPECT_EQ(shop->kqi.ucSuccFlag, 1);
+    EXPECT_EQ(shop->kqi.ucPageFlag, 0);
+    // The news front page pulls its CDN and ad transactions in and counts.
+    const PageResult *news = FirstPageOf(r, "www.news.example");
+    ASSERT_NE(news, nullptr);
+    EXPECT_EQ(news->requests, 8);
+    EXPECT_EQ(news->kqi.ucSuccFlag, 1);
+    EXPECT_EQ(news->kqi.ucPageFlag, 1);
+    // The failing site is a failed page that counts, with the server's status.
+    const PageResult *broken = FirstPageOf(r, "www.broken.example");
+    ASSERT_NE(broken, nullptr);
+    EXPECT_EQ(broken->kqi.usCauseCode, 503);
+    EXPECT_EQ(broken->kqi.ucSuccFlag, 0);
+    EXPECT_EQ(broken->kqi.ucPageFlag, 1);
+    // POSTs only: reported without judgement.
+    const PageResult *forms = FirstPageOf(r, "www.forms.example");
+    ASSERT_NE(forms, nullptr);
+    EXPECT_EQ(forms->kqi.ucSuccFlag, 0);
+    EXPECT_EQ(forms->kqi.ucPageFlag, 0);
+    // Heartbeats keep to one single-flow page.
+    const PageResult *poll = FirstPageOf(r, "longpoll.social.example");
+    ASSERT_NE(poll, nullptr);
+    EXPECT_EQ(poll->kind, PageKind::kSingle);
+    EXPECT_EQ(poll->requests, 3);
+    // The UCID requests form one UCID page across both flows.
+    const PageResult *sync = FirstPageOf(r, "m.portal-app.example");
+    ASSERT_NE(sync, nullptr);
+    EXPECT_EQ(sync->kind, PageKind::kUcid);
+    EXPECT_EQ(sync->requests, 5);
+    EXPECT_EQ(sync->responses, 5);
+    EXPECT_EQ(sync->kqi.ucSuccFlag, 1);
+    EXPECT_EQ(sync->kqi.ucPageFlag, 1);
+}
+
+// Truth A A A B B; the library: pages 1 1 2 2 and one request without page.
+TEST(Evaluate, PairCountsAndMainRequests)
+{
+    Trace trace;
+    SessionResult session;
+    const struct {
+        const char *truth;
+        uint64_t page;
+    } rows[] = {{"A", 1}, {"A", 1}, {"A", 2}, {"B", 2}, {"B", 0}};
+    for (const auto &row : rows) {
+        TraceEvent ev;
+        ev.transaction = static_cast<int>(trace.transactions.size());
+        Transaction tx;
+        tx.truePage = row.truth;
+        tx.begin = trace.transactions.size();
+        tx.request = static_cast<int>(trace.events.size());
+        trace.events.push_back(ev);
+        trace.transactions.push_back(tx);
+        EventOutcome out;
+        out.fed = true;
+        out.pageId = row.page;
+        out.rc = row.page == 0 ? WEBPAGE_ERR_NO_PAGE : WEBPAGE_OK;
+        session.outcomes.push_back(out);
+    }
+    Transaction unlabelled;
+    unlabelled.request = 0;
+    trace.transactions.push_back(unlabelled);
+    for (uint64_t id : {1, 2}) {
+        PageResult p;
+        p.id = id;
+        p.kind = PageKind::kAssociate;
+        p.firstEvent = id == 1 ? 0 : 2;  // page 2 was opened by an A transaction
+        p.reported = true;
+        p.kqi.ucPageFlag = id == 1 ? 1 : 0;
+        session.pages.push_back(p);
+    }
+    const EvalResult e = Evaluate(trace, session);
+    EXPECT_EQ(e.transactions, 5u);
+    EXPECT_EQ(e.unlabelled, 1u);
+    EXPECT_EQ(e.truePages, 2u);
+    EXPECT_EQ(e.reportedPages, 2u);
+    EXPECT_EQ(e.countedPages, 1u);
+    EXPECT_EQ(e.truePairs, 4u);       // 3 within A, 1 within B
+    EXPECT_EQ(e.predictedPairs, 2u);  // 1 within page 1, 1 within page 2
+    EXPECT_EQ(e.agreeingPairs, 1u);
+    EXPECT_DOUBLE_EQ(e.Precision(), 0.5);
+    EXPECT_DOUBLE_EQ(e.Recall(), 0.25);
+    EXPECT_NEAR(e.F1(), 1.0 / 3.0, 1e-12);
+    EXPECT_EQ(e.mainFound, 1u);  // A's first opened page 1; B's first joined A's page
+}
+
+}  // namespace
+}  // namespace replay

@@ -1,0 +1,263 @@
+// The event trace format: one JSON object per line, each a request ("req"),
+// response ("rsp") or DNS observation ("dns") as a daemon saw it. Strings go
+// to the library unchanged; times are nanoseconds. Blank lines and lines
+// starting with '#' are ignored.
+#include <deque>
+#include <limits>
+#include <map>
+#include <set>
+#include <sstream>
+
+#include <nlohmann/json.hpp>
+
+#include "input_error.hpp"
+#include "text_util.hpp"
+#include "trace.hpp"
+
+namespace replay {
+
+namespace {
+
+using nlohmann::json;
+
+const std::set<std::string> kRequestFields = {
+    "ev",     "flow",     "begin", "end",   "syn",   "method", "host", "uri", "refer_host", "refer_path",
+    "status", "location", "ctype", "cport", "sport", "cip",    "sip",  "net", "fin",        "page"};
+const std::set<std::string> kResponseFields = {"ev",    "flow",  "begin", "end", "syn", "status", "location",
+                                               "ctype", "cport", "sport", "cip", "sip", "net",    "fin"};
+const std::set<std::string> kDnsFields = {"ev", "host", "begin", "delay_ms"};
+
+void CheckFields(const json &obj, const std::set<std::string> &allowed)
+{
+    for (auto it = obj.begin(); it != obj.end(); ++it) {
+        if (allowed.count(it.key()) == 0) {
+            throw InputError("unknown field \"" + it.key() + "\"");
+        }
+    }
+}
+
+uint64_t Unsigned(const json &obj, const char *key, uint64_t max, bool required, uint64_t fallback = 0)
+{
+    auto it = obj.find(key);
+    if (it == obj.end()) {
+        if (required) {
+            throw InputError(std::string("missing field \"") + key + "\"");
+        }
+        return fallback;
+    }
+    if (it->is_number_unsigned()) {
+        const uint64_t v = it->get<uint64_t>();
+        if (v <= max) {
+            return v;
+        }
+    } else if (it->is_number_integer() || it->is_number_float()) {
+        // negative or fractional: falls through to the range message
+    } else {
+        throw InputError(std::string("\"") + key + "\" is not a number");
+    }
+    throw InputError(std::string("\"") + key + "\" out of range (" + it->dump() + ", allowed 0.." +
+                     std::to_string(max) + ")");
+}
+
+std::string Text(const json &obj, const char *key)
+{
+    auto it = obj.find(key);
+    if (it == obj.end()) {
+        return {};
+    }
+    if (!it->is_string()) {
+        throw InputError(std::string("\"") + key + "\" is not a string");
+    }
+    std::string s = it->get<std::string>();
+    if (s.size() > std::numeric_limits<uint16_t>::max()) {
+        throw InputError(std::string("\"") + key + "\" longer than 65535 bytes");
+    }
+    return s;
+}
+
+uint32_t Address(const json &obj, const char *key, uint32_t fallback)
+{
+    auto it = obj.find(key);
+    if (it == obj.end()) {
+        return fallback;
+    }
+    if (it->is_string()) {
+        uint32_t ip = 0;
+        if (!ParseIpv4(it->get<std::string>(), &ip)) {
+            throw InputError(std::string("\"") + key + "\" is not an IPv4 address (" + it->dump() + ")");
+        }
+        return ip;
+    }
+    return static_cast<uint32_t>(Unsigned(obj, key, std::numeric_limits<uint32_t>::max(), true));
+}
+
+std::string FlowKey(const json &obj)
+{
+    auto it = obj.find("flow");
+    if (it == obj.end()) {
+        throw InputError("missing field \"flow\"");
+    }
+    if (it->is_string() && !it->get<std::string>().empty()) {
+        return it->get<std::string>();
+    }
+    if (it->is_number_unsigned()) {
+        return std::to_string(it->get<uint64_t>());
+    }
+    throw InputError("\"flow\" must be a non-empty string or a number");
+}
+
+void ReadMethod(const json &obj, TraceEvent *ev)
+{
+    auto it = obj.find("method");
+    if (it == obj.end()) {
+        throw InputError("missing field \"method\"");
+    }
+    if (it->is_string()) {
+        ev->methodName = it->get<std::string>();
+        if (ev->methodName.empty()) {
+            throw InputError("\"method\" is empty");
+        }
+        ev->method = ev->methodName == "GET" ? kMethodGet : ev->methodName == "POST" ? kMethodPost : kMethodOther;
+        return;
+    }
+    ev->method = static_cast<uint32_t>(Unsigned(obj, "method", std::numeric_limits<uint32_t>::max(), true));
+    ev->methodName = ev->method == kMethodGet ? "GET" : ev->method == kMethodPost ? "POST" : std::to_string(ev->method);
+}
+
+// Fields both event kinds share.
+void ReadCommon(const json &obj, TraceEvent *ev)
+{
+    ev->flow = FlowKey(obj);
+    ev->begin = Unsigned(obj, "begin", std::numeric_limits<uint64_t>::max(), true);
+    ev->end = Unsigned(obj, "end", std::numeric_limits<uint64_t>::max(), false, ev->begin);
+    if (ev->end < ev->begin) {
+        throw InputError("\"end\" lies before \"begin\"");
+    }
+    ev->syn = Unsigned(obj, "syn", std::numeric_limits<uint64_t>::max(), false);
+    ev->status = static_cast<uint32_t>(Unsigned(obj, "status", 999, ev->kind == EventKind::kResponse));
+    ev->location = Text(obj, "location");
+    ev->contentType = Text(obj, "ctype");
+    ev->clientPort = static_cast<uint16_t>(Unsigned(obj, "cport", 65535, false));
+    ev->serverPort = static_cast<uint16_t>(Unsigned(obj, "sport", 65535, false, 80));
+    ev->clientIp = Address(obj, "cip", 0x0A000002);
+    ev->serverIp = Address(obj, "sip", 0);
+    ev->network = static_cast<uint32_t>(Unsigned(obj, "net", std::numeric_limits<uint32_t>::max(), false));
+    ev->finRst = static_cast<uint8_t>(Unsigned(obj, "fin", 1, false));
+}
+
+std::string DisplayUrl(const std::string &host, const std::string &uri)
+{
+    if (uri.empty() || uri[0] == '/' || host.empty()) {
+        return host + uri;
+    }
+    return host + "/" + uri;
+}
+
+}  // namespace
+
+Trace ReadJsonl(const std::string &file, const std::string &text)
+{
+    Trace trace;
+    trace.file = file;
+    trace.format = "jsonl";
+    std::map<std::string, std::deque<int>> unanswered;  // flow -> open transactions
+    std::istringstream in(text);
+    std::string line;
+    size_t lineNo = 0;
+    while (std::getline(in, line)) {
+        ++lineNo;
+        if (!line.empty() && line.back() == '\r') {
+            line.pop_back();
+        }
+        const size_t first = line.find_first_not_of(" \t");
+        if (first == std::string::npos || line[first] == '#') {
+            continue;
+        }
+        const std::string where = "line " + std::to_string(lineNo);
+        try {
+            json obj;
+            try {
+                obj = json::parse(line);
+            } catch (const json::parse_error &err) {
+                throw InputError("not valid JSON: " + DescribeParseError(err.what()));
+            }
+            if (!obj.is_object()) {
+                throw InputError("not a JSON object");
+            }
+            const std::string kind = obj.contains("ev") && obj["ev"].is_string() ? obj["ev"].get<std::string>() : "";
+            if (kind == "dns") {
+                CheckFields(obj, kDnsFields);
+                DnsRecord dns;
+                dns.host = ToLower(Text(obj, "host"));
+                if (dns.host.empty()) {
+                    throw InputError("missing field \"host\"");
+                }
+                dns.begin = Unsigned(obj, "begin", std::numeric_limits<uint64_t>::max(), true);
+                dns.delayMs = static_cast<uint32_t>(Unsigned(obj, "delay_ms", std::numeric_limits<uint32_t>::max(), true));
+                trace.dns.push_back(dns);
+                continue;
+            }
+            TraceEvent ev;
+            ev.origin = where;
+            if (kind == "req") {
+                CheckFields(obj, kRequestFields);
+                ev.kind = EventKind::kRequest;
+                ReadCommon(obj, &ev);
+                ReadMethod(obj, &ev);
+                ev.host = Text(obj, "host");
+                ev.uri = Text(obj, "uri");
+                ev.referHost = Text(obj, "refer_host");
+                ev.referPath = Text(obj, "refer_path");
+            } else if (kind == "rsp") {
+                CheckFields(obj, kResponseFields);
+                ev.kind = EventKind::kResponse;
+                ReadCommon(obj, &ev);
+            } else if (obj.contains("ev")) {
+                throw InputError("\"ev\" must be \"req\", \"rsp\" or \"dns\" (" + obj["ev"].dump() + ")");
+            } else {
+                throw InputError("missing field \"ev\"");
+            }
+
+            const int evIndex = static_cast<int>(trace.events.size());
+            std::deque<int> &open = unanswered[ev.flow];
+            if (ev.kind == EventKind::kRequest) {
+                Transaction tx;
+                tx.origin = where;
+                tx.method = ev.methodName;
+                tx.url = DisplayUrl(ev.host, ev.uri);
+                tx.truePage = Text(obj, "page");
+                tx.begin = ev.begin;
+                tx.end = ev.end;
+                tx.request = evIndex;
+                ev.transaction = static_cast<int>(trace.transactions.size());
+                open.push_back(ev.transaction);
+                trace.transactions.push_back(tx);
+            } else if (!open.empty()) {
+                // HTTP/1.1 answers a flow's requests in order.
+                ev.transaction = open.front();
+                open.pop_front();
+                Transaction &tx = trace.transactions[static_cast<size_t>(ev.transaction)];
+                tx.response = evIndex;
+                tx.end = std::max(tx.end, ev.end);
+            } else {
+                Transaction tx;
+                tx.origin = where;
+                tx.method = "-";
+                tx.url = "(response without request on " + ev.flow + ")";
+                tx.begin = ev.begin;
+                tx.end = ev.end;
+                tx.response = evIndex;
+                ev.transaction = static_cast<int>(trace.transactions.size());
+                trace.transactions.push_back(tx);
+            }
+            trace.events.push_back(std::move(ev));
+        } catch (const InputError &err) {
+            trace.skipped.push_back({where, err.what()});
+        } catch (const json::exception &err) {
+            trace.skipped.push_back({where, DescribeParseError(err.what())});
+        }
+    }
+    return trace;
+}
+
+}  // namespace replay

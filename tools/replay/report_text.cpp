@@ -1,0 +1,171 @@
+#include <algorithm>
+#include <cstdio>
+#include <iomanip>
+#include <sstream>
+
+#include "report.hpp"
+
+namespace replay {
+
+namespace {
+
+std::string Fit(const std::string &s, size_t width)
+{
+    if (s.size() <= width) {
+        return s;
+    }
+    return s.substr(0, width - 3) + "...";
+}
+
+std::string Fixed(double v, int digits)
+{
+    char buf[64];
+    std::snprintf(buf, sizeof(buf), "%.*f", digits, v);
+    return buf;
+}
+
+std::string Delay(uint64_t ns) { return Fixed(ToMs(ns), 0); }
+
+void WriteEvents(std::ostream &out, const SessionReport &s)
+{
+    const Trace &trace = *s.trace;
+    out << "  events in the order fed:\n";
+    out << "    " << std::left << std::setw(10) << "T+s" << std::setw(26) << "FLOW" << std::setw(14) << "PAGE"
+        << "EVENT\n";
+    std::vector<size_t> order(trace.events.size());
+    for (size_t i = 0; i < order.size(); ++i) {
+        order[i] = i;
+    }
+    std::stable_sort(order.begin(), order.end(),
+                     [&](size_t a, size_t b) { return trace.events[a].begin < trace.events[b].begin; });
+    for (size_t i : order) {
+        const TraceEvent &ev = trace.events[i];
+        const double rel = static_cast<double>(ev.begin - s.result.clockBegin) / 1e9;
+        out << "    " << std::left << std::setw(10) << Fixed(rel, 3) << std::setw(26) << Fit(ev.flow, 25)
+            << std::setw(14) << PageLabel(s.result.outcomes[i]) << EventText(ev) << "  [" << ev.origin << "]\n";
+    }
+}
+
+void WritePages(std::ostream &out, const SessionReport &s)
+{
+    size_t hostWidth = 4;
+    for (const PageResult &p : s.result.pages) {
+        hostWidth = std::max(hostWidth, std::min<size_t>(p.host.size(), 32));
+    }
+    out << "  " << std::right << std::setw(6) << "PAGE" << "  " << std::left << std::setw(7) << "TYPE" << std::right
+        << std::setw(5) << "REQ" << std::setw(5) << "RSP" << std::setw(6) << "SUCC" << std::setw(5) << "CNT"
+        << std::setw(7) << "CAUSE" << std::setw(10) << "DELAY_MS" << std::setw(8) << "DNS_MS" << "  " << std::left
+        << std::setw(static_cast<int>(hostWidth)) << "HOST" << "  URL\n";
+    for (const PageResult &p : s.result.pages) {
+        out << "  " << std::right << std::setw(6) << p.id << "  " << std::left << std::setw(7) << KindName(p.kind)
+            << std::right << std::setw(5) << p.requests << std::setw(5) << p.responses;
+        if (p.reported) {
+            out << std::setw(6) << static_cast<unsigned>(p.kqi.ucSuccFlag) << std::setw(5)
+                << static_cast<unsigned>(p.kqi.ucPageFlag) << std::setw(7) << p.kqi.usCauseCode << std::setw(10)
+                << Delay(p.kqi.ullPageDelay) << std::setw(8) << p.kqi.uiDnsDelay;
+        } else {
+            out << std::setw(6) << "-" << std::setw(5) << "-" << std::setw(7) << "open" << std::setw(10) << "-"
+                << std::setw(8) << "-";
+        }
+        out << "  " << std::left << std::setw(static_cast<int>(hostWidth)) << Fit(p.host.empty() ? "-" : p.host, 32)
+            << "  " << Fit(p.uri, 60) << "\n";
+    }
+}
+
+void WriteSummary(std::ostream &out, const SessionReport &s)
+{
+    const Trace &t = *s.trace;
+    size_t requests = 0, black = 0, refused = 0, web = 0, counted = 0;
+    for (size_t i = 0; i < t.events.size(); ++i) {
+        requests += t.events[i].kind == EventKind::kRequest ? 1 : 0;
+        black += s.result.outcomes[i].black ? 1 : 0;
+        refused += s.result.outcomes[i].rc != WEBPAGE_OK ? 1 : 0;
+    }
+    for (const PageResult &p : s.result.pages) {
+        web += (p.kind == PageKind::kAssociate || p.kind == PageKind::kUcid) ? 1 : 0;
+        counted += p.reported && p.kqi.ucPageFlag == 1 ? 1 : 0;
+    }
+    out << "  " << t.events.size() << " events (" << requests << " requests, " << t.events.size() - requests
+        << " responses, " << black << " black-listed, " << refused << " without page); " << s.result.pages.size()
+        << " pages (" << web << " web, " << counted << " counted); " << s.result.timerRuns << " timer runs over "
+        << Fixed(static_cast<double>(s.result.clockEnd - s.result.clockBegin) / 1e9, 1) << " s\n";
+    out << "  skipped: " << t.skipped.size() << " bad";
+    if (t.format == "har") {
+        out << ", " << t.cacheHits << " cache hits, " << t.notHttp << " not HTTP (never on the wire)";
+    }
+    out << "; library ERROR lines: " << s.result.libraryErrors << "\n";
+}
+
+void WriteEval(std::ostream &out, const std::vector<SessionReport> &sessions)
+{
+    out << "\nGrouping against the recording's own pages (pairs of transactions on one page):\n";
+    out << "  " << std::left << std::setw(46) << "FILE" << std::right << std::setw(6) << "TX" << std::setw(6)
+        << "TRUE" << std::setw(7) << "PAGES" << std::setw(5) << "WEB" << std::setw(5) << "CNT" << std::setw(7)
+        << "PREC" << std::setw(7) << "REC" << std::setw(7) << "F1" << std::setw(9) << "MAIN\n";
+    EvalResult total;
+    auto row = [&out](const std::string &name, const EvalResult &e) {
+        out << "  " << std::left << std::setw(46) << Fit(name, 45) << std::right << std::setw(6) << e.transactions
+            << std::setw(6) << e.truePages << std::setw(7) << e.reportedPages << std::setw(5) << e.webPages
+            << std::setw(5) << e.countedPages << std::setw(7) << Fixed(e.Precision(), 3) << std::setw(7)
+            << Fixed(e.Recall(), 3) << std::setw(7) << Fixed(e.F1(), 3) << std::setw(8)
+            << (std::to_string(e.mainFound) + "/" + std::to_string(e.truePages)) << "\n";
+    };
+    size_t rows = 0;
+    for (const SessionReport &s : sessions) {
+        if (!s.trace->fatal.empty() || !s.result.setupError.empty()) {
+            continue;
+        }
+        std::string name = s.trace->file;
+        const size_t slash = name.find_last_of('/');
+        if (slash != std::string::npos) {
+            name = name.substr(slash + 1);
+        }
+        row(name, s.eval);
+        total.Add(s.eval);
+        ++rows;
+    }
+    if (rows > 1) {
+        row("TOTAL (pairs summed)", total);
+    }
+    if (total.unlabelled != 0) {
+        out << "  " << total.unlabelled << " replayed transactions carry no page label and are left out.\n";
+    }
+}
+
+}  // namespace
+
+void WriteText(std::ostream &out, const std::vector<SessionReport> &sessions, const ReportOptions &options)
+{
+    for (const SessionReport &s : sessions) {
+        out << "== " << s.trace->file << " (" << (s.trace->format.empty() ? "?" : s.trace->format) << ")\n";
+        if (!s.trace->fatal.empty()) {
+            out << "  not replayed: " << s.trace->fatal << "\n\n";
+            continue;
+        }
+        if (!s.result.setupError.empty()) {
+            out << "  not replayed: " << s.result.setupError << "\n\n";
+            continue;
+        }
+        if (options.events) {
+            WriteEvents(out, s);
+        }
+        WritePages(out, s);
+        WriteSummary(out, s);
+        out << "\n";
+    }
+    if (options.eval) {
+        WriteEval(out, sessions);
+    }
+    if (sessions.size() > 1) {
+        size_t events = 0, pages = 0, unreadable = 0;
+        for (const SessionReport &s : sessions) {
+            events += s.trace->events.size();
+            pages += s.result.pages.size();
+            unreadable += s.trace->fatal.empty() && s.result.setupError.empty() ? 0 : 1;
+        }
+        out << "\n" << sessions.size() << " sessions: " << events << " events, " << pages << " pages, "
+            << SkippedTotal(sessions) << " bad entries skipped, " << unreadable << " files not replayed\n";
+    }
+}
+
+}  // namespace replay

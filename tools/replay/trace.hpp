@@ -1,0 +1,99 @@
+// The replay's view of one recorded session: the HTTP events a daemon would
+// hand the library, the DNS answers it would know, and the transactions they
+// came from (for reports and for the comparison with the recording's pages).
+#ifndef ORVANE_REPLAY_TRACE_HPP
+#define ORVANE_REPLAY_TRACE_HPP
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace replay {
+
+constexpr uint64_t kNsPerMs = 1000000ull;
+constexpr uint64_t kNsPerSec = 1000000000ull;
+
+// Request methods as the event record encodes them.
+constexpr uint32_t kMethodGet = 1;
+constexpr uint32_t kMethodPost = 2;
+constexpr uint32_t kMethodOther = 3;
+
+enum class EventKind { kRequest, kResponse };
+
+// One request or response event, strings owned here; Build() in the replayer
+// points the library's event record at them.
+struct TraceEvent {
+    EventKind kind = EventKind::kRequest;
+    std::string flow;  // flow key: events with the same key share one flow area
+    std::string host, uri, referHost, referPath, location, contentType;
+    std::string methodName;  // as recorded, for reports
+    uint32_t method = 0;     // kMethodGet/Post/Other for requests, 0 for responses
+    uint32_t status = 0;
+    uint64_t begin = 0, end = 0, syn = 0;  // ns on the trace's clock
+    uint16_t clientPort = 0, serverPort = 0;
+    uint32_t clientIp = 0, serverIp = 0;
+    uint32_t network = 0;
+    uint8_t finRst = 0;
+    int transaction = -1;  // index into Trace::transactions
+    std::string origin;    // "entry 7" or "line 12", for messages
+};
+
+// What the daemon's DNS cache learnt: a look-up of host began at begin and
+// took delayMs. Applied in time order like the events.
+struct DnsRecord {
+    std::string host;
+    uint64_t begin = 0;
+    uint32_t delayMs = 0;
+};
+
+// One request with its response, as the recording listed it.
+struct Transaction {
+    std::string origin;
+    std::string method;
+    std::string url;       // host and path, for reports
+    std::string truePage;  // the recording's own page label; empty when none
+    uint64_t begin = 0, end = 0;
+    int request = -1, response = -1;  // indexes into Trace::events
+};
+
+// An input problem: where (entry or line) and what.
+struct Issue {
+    std::string where;
+    std::string what;
+};
+
+struct Trace {
+    std::string file;    // as named on the command line
+    std::string format;  // "har" or "jsonl"
+    std::vector<TraceEvent> events;
+    std::vector<DnsRecord> dns;
+    std::vector<Transaction> transactions;
+    std::vector<Issue> skipped;  // bad entries or lines, not replayed
+    size_t cacheHits = 0;        // served by the browser cache: never on the wire
+    size_t notHttp = 0;          // data:, blob: and other non-HTTP entries
+    std::string fatal;           // set when the file as a whole could not be read
+};
+
+// How recorded URLs become the daemon's strings.
+struct ReadOptions {
+    // A daemon that passes the request target with its leading '/' makes the
+    // library's URL "host//path"; the default hands the path without it.
+    bool keepSlash = false;
+    bool withCache = false;  // replay cache hits as if they had been fetched
+};
+
+enum class Format { kAuto, kHar, kJsonl };
+
+Trace ReadHar(const std::string &file, const std::string &text, const ReadOptions &options);
+Trace ReadJsonl(const std::string &file, const std::string &text);
+// Reads a file ("-": standard input); the format comes from the option, else
+// the file name (.har, .jsonl/.ndjson), else the content.
+Trace ReadTraceFile(const std::string &path, Format format, const ReadOptions &options);
+
+// The bundled sample session (JSONL).
+const char *SampleSession();
+
+}  // namespace replay
+
+#endif
