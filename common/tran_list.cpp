@@ -1,5 +1,5 @@
-// Circular doubly linked list. Damaged-list refusals live in LinkBeforeHead
-// and UnlinkMiddle; every public operation goes through them.
+// Circular doubly linked list. The damaged-list refusals of linking live in
+// LinkBefore; every public insertion goes through it.
 #include "list_walk.hpp"
 
 namespace {
@@ -11,18 +11,18 @@ void LinkAlone(STTranNode *pstNode, STTranManage *pstList)
     pstList->pstHead = pstNode;
 }
 
-// Puts the node between the last node and the head; refuses a damaged list.
-bool LinkBeforeHead(STTranNode *pstNode, STTranManage *pstList)
+// Puts the node between pstAt and its predecessor (before the head: last);
+// refuses a damaged list.
+bool LinkBefore(STTranNode *pstNode, STTranNode *pstAt)
 {
-    STTranNode *pstHead = pstList->pstHead;
-    if (pstHead == nullptr || pstHead->pstPrev == nullptr) {
+    if (pstAt == nullptr || pstAt->pstPrev == nullptr) {
         return false;
     }
-    STTranNode *pstLast = pstHead->pstPrev;
-    pstNode->pstNext = pstHead;
-    pstLast->pstNext = pstNode;
-    pstNode->pstPrev = pstLast;
-    pstHead->pstPrev = pstNode;
+    STTranNode *pstPrev = pstAt->pstPrev;
+    pstNode->pstNext = pstAt;
+    pstPrev->pstNext = pstNode;
+    pstNode->pstPrev = pstPrev;
+    pstAt->pstPrev = pstNode;
     return true;
 }
 
@@ -58,7 +58,7 @@ uint32_t InsertNodeTail(STTranNode *pstNode, STTranManage *pstList)
     }
     if (pstList->uiNodeNum == 0) {
         LinkAlone(pstNode, pstList);
-    } else if (!LinkBeforeHead(pstNode, pstList)) {
+    } else if (!LinkBefore(pstNode, pstList->pstHead)) {
         return 1;
     }
     pstList->uiNodeNum++;
@@ -126,14 +126,9 @@ uint32_t InsertNodeOrderByKey(const void *pKey, STTranNode *pstNode, STTranManag
     }
     // Immediately before the match; the head stays, so a match on the head
     // puts the new node last.
-    STTranNode *pstPrev = pstMatch->pstPrev;
-    if (pstPrev == nullptr) {
+    if (!LinkBefore(pstNode, pstMatch)) {
         return 1;
     }
-    pstNode->pstPrev = pstPrev;
-    pstNode->pstNext = pstMatch;
-    pstPrev->pstNext = pstNode;
-    pstMatch->pstPrev = pstNode;
     pstList->uiNodeNum++;
     return 0;
 }

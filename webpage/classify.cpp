@@ -120,15 +120,10 @@ uint32_t IsHeartBreak(uint32_t uiHostHashKey)
 
 uint64_t ProcessHeartBeat(STEventInfo *pstInfo)
 {
-    if (pstInfo == nullptr) {
-        LOG_ERROR(LOG_TID_ANY, "para err.");
+    if (!orvane::RecordArgsOk(__func__, pstInfo, LOG_TID_ANY, "para err.", "ucThreadID err.")) {
         return 0;
     }
     const uint8_t ucThreadID = pstInfo->ucThreadID;
-    if (!orvane::IsValidThread(ucThreadID)) {
-        LOG_ERROR(ucThreadID, "ucThreadID err.");
-        return 0;
-    }
     LOG_TRACE(ucThreadID, "ProcessHeartBeat, HostHashKey is %u, config HashKey is %u", pstInfo->uiHostHashKey,
               g_stPageConfig.uiHeartBeatHostKey);
     if (IsHeartBreak(pstInfo->uiHostHashKey) == 0) {

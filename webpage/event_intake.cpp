@@ -8,8 +8,9 @@
 
 namespace {
 
+using orvane::CopyCut;
 using orvane::EqualNoCase;
-using orvane::IsValidThread;
+using orvane::Llu;
 using orvane::LowerAscii;
 
 constexpr uint32_t kHashMask = 0x7FFFFFFFu;
@@ -23,21 +24,8 @@ constexpr char kHttpsScheme[] = "https://";
 constexpr uint16_t kHttpSchemeLen = sizeof(kHttpScheme) - 1;
 constexpr uint16_t kHttpsSchemeLen = sizeof(kHttpsScheme) - 1;
 
-inline unsigned long long Llu(uint64_t v) { return static_cast<unsigned long long>(v); }
-
 // The daemon marks an absent string by a null pointer or a zero length.
 inline bool HasText(const unsigned char *pucText, uint16_t usLen) { return pucText != nullptr && usLen != 0; }
-
-// Copies a daemon string into a fixed text of usMax characters (plus NUL),
-// cut at that capacity and terminated at the kept length, which it returns.
-// The source is read for no more than usMax bytes, whatever length it claims.
-uint16_t CopyCut(char *pcDst, uint16_t usMax, const unsigned char *pucSrc, uint16_t usLen)
-{
-    const uint16_t usKeep = usLen < usMax ? usLen : usMax;
-    ORV_MEMCPY(pcDst, usMax, pucSrc, usKeep);
-    pcDst[usKeep] = '\0';
-    return usKeep;
-}
 
 // strncmp over at most usLen bytes: equal when both run out together at a NUL.
 bool StartsWithText(const char *pcText, const char *pcPrefix, uint16_t usLen)
@@ -69,6 +57,16 @@ bool StartsWithNoCase(const char *pcText, const char (&acLiteral)[N], uint16_t u
     return true;
 }
 
+// The connection a request and its response share.
+void TakeEndpoints(const STWebPageEvent *pstEvent, STEventInfo *pstInfo)
+{
+    pstInfo->usClientPort = pstEvent->usClientPort;
+    pstInfo->usServerPort = pstEvent->usServerPort;
+    pstInfo->uiClientIp = pstEvent->uiClientIp;
+    pstInfo->uiServerIp = pstEvent->uiServerIp;
+    pstInfo->enNetworkType = pstEvent->enNetworkType;
+}
+
 // The helpers below log under the name of the reader that calls them.
 void TakeContentType(const STWebPageEvent *pstEvent, STEventInfo *pstInfo, const char *pcFunc)
 {
@@ -81,23 +79,27 @@ void TakeContentType(const STWebPageEvent *pstEvent, STEventInfo *pstInfo, const
                 pstInfo->usContentTypeLen, pstInfo->acContentType);
 }
 
-// Copies the raw Location; returns false when the event has none.
-bool TakeLocation(const STWebPageEvent *pstEvent, STEventInfo *pstInfo)
+// Only a redirect's Location names where the page goes next: it is copied,
+// and normalised. A request's is first tested for https, on the text as
+// received, since ProcLocation strips the scheme.
+void TakeRedirectLocation(const STWebPageEvent *pstEvent, STEventInfo *pstInfo, const char *pcFunc, bool bRequest)
 {
-    if (!HasText(pstEvent->pucLocation, pstEvent->usLocationLen)) {
-        return false;
+    if (IsRedirect(pstInfo->usCauseCode) == 0 || !HasText(pstEvent->pucLocation, pstEvent->usLocationLen)) {
+        return;
     }
+    const uint8_t ucTid = pstInfo->ucThreadID;
     pstInfo->usLocationLen =
         CopyCut(pstInfo->acLocation, LOCATION_MAX_LEN, pstEvent->pucLocation, pstEvent->usLocationLen);
-    return true;
-}
-
-void NormaliseLocation(STEventInfo *pstInfo, const char *pcFunc)
-{
+    if (bRequest) {
+        LOG_INFO_AS(pcFunc, ucTid, "LocationLen is %u,Location is [%s].", pstInfo->usLocationLen, pstInfo->acLocation);
+        LOG_TRACE_AS(pcFunc, ucTid, "check location is belongs to https*********.");
+        LocationIsHttps(pstInfo, kHttpsSchemeLen);
+    } else {
+        LOG_INFO_AS(pcFunc, ucTid, "LocationLen is %u,Location is [%s]", pstInfo->usLocationLen, pstInfo->acLocation);
+    }
     ProcLocation(pstInfo->acLocation, LOCATION_MAX_LEN, &pstInfo->usLocationLen, &pstInfo->uiLocationHashKey);
-    LOG_TRACE_AS(pcFunc, pstInfo->ucThreadID,
-                 "After process, LocationLen is %u,Location is [%s], LocationHashKey is %u.", pstInfo->usLocationLen,
-                 pstInfo->acLocation, pstInfo->uiLocationHashKey);
+    LOG_TRACE_AS(pcFunc, ucTid, "After process, LocationLen is %u,Location is [%s], LocationHashKey is %u.",
+                 pstInfo->usLocationLen, pstInfo->acLocation, pstInfo->uiLocationHashKey);
 }
 
 }  // namespace
@@ -202,21 +204,12 @@ uint32_t IsRedirect(uint16_t usCauseCode)
 
 uint32_t GetReqEventInfo(const STWebPageEvent *pstEvent, STEventInfo *pstInfo)
 {
-    if (pstEvent == nullptr || pstInfo == nullptr) {
-        LOG_ERROR(LOG_TID_NONE, "para err.");
+    if (!orvane::RecordArgsOk(__func__, pstInfo, pstEvent != nullptr, LOG_TID_NONE, "para err.", "ucThreadID err.")) {
         return 1;
     }
     const uint8_t ucTid = pstInfo->ucThreadID;
-    if (!IsValidThread(ucTid)) {
-        LOG_ERROR(ucTid, "ucThreadID err.");
-        return 1;
-    }
 
-    pstInfo->usClientPort = pstEvent->usClientPort;
-    pstInfo->usServerPort = pstEvent->usServerPort;
-    pstInfo->uiClientIp = pstEvent->uiClientIp;
-    pstInfo->uiServerIp = pstEvent->uiServerIp;
-    pstInfo->enNetworkType = pstEvent->enNetworkType;
+    TakeEndpoints(pstEvent, pstInfo);
     LOG_TRACE(ucTid, "ClientPort is %u,ServerPort is %u,ClientIp is %u, ServerIp is %u.", pstInfo->usClientPort,
               pstInfo->usServerPort, pstInfo->uiClientIp, pstInfo->uiServerIp);
 
@@ -293,38 +286,18 @@ uint32_t GetReqEventInfo(const STWebPageEvent *pstEvent, STEventInfo *pstInfo)
     }
 
     TakeContentType(pstEvent, pstInfo, __func__);
-
-    // Only a redirect's Location names where the page goes next.
-    if (IsRedirect(pstInfo->usCauseCode) == 0) {
-        return 0;
-    }
-    if (TakeLocation(pstEvent, pstInfo)) {
-        LOG_INFO(ucTid, "LocationLen is %u,Location is [%s].", pstInfo->usLocationLen, pstInfo->acLocation);
-        LOG_TRACE(ucTid, "check location is belongs to https*********.");
-        // Tested on the Location as received: ProcLocation strips the scheme.
-        LocationIsHttps(pstInfo, kHttpsSchemeLen);
-        NormaliseLocation(pstInfo, __func__);
-    }
+    TakeRedirectLocation(pstEvent, pstInfo, __func__, true);
     return 0;
 }
 
 uint32_t GetRspEventInfo(const STWebPageEvent *pstEvent, STEventInfo *pstInfo)
 {
-    if (pstEvent == nullptr || pstInfo == nullptr) {
-        LOG_ERROR(LOG_TID_ANY, "Para err.");
+    if (!orvane::RecordArgsOk(__func__, pstInfo, pstEvent != nullptr, LOG_TID_ANY, "Para err.", "ucThreadID err.")) {
         return 1;
     }
     const uint8_t ucTid = pstInfo->ucThreadID;
-    if (!IsValidThread(ucTid)) {
-        LOG_ERROR(ucTid, "ucThreadID err.");
-        return 1;
-    }
 
-    pstInfo->usClientPort = pstEvent->usClientPort;
-    pstInfo->usServerPort = pstEvent->usServerPort;
-    pstInfo->uiClientIp = pstEvent->uiClientIp;
-    pstInfo->uiServerIp = pstEvent->uiServerIp;
-    pstInfo->enNetworkType = pstEvent->enNetworkType;
+    TakeEndpoints(pstEvent, pstInfo);
     pstInfo->ullRspBeginTime = pstEvent->ullMsgBeginTime;
     pstInfo->ullRspEndTime = pstEvent->ullMsgEndTime;
     pstInfo->ullMsgEndTime = pstEvent->ullMsgEndTime;
@@ -337,14 +310,7 @@ uint32_t GetRspEventInfo(const STWebPageEvent *pstEvent, STEventInfo *pstInfo)
               Llu(pstInfo->ullFirTime));
 
     TakeContentType(pstEvent, pstInfo, __func__);
-
-    if (IsRedirect(pstInfo->usCauseCode) == 0) {
-        return 0;
-    }
-    if (TakeLocation(pstEvent, pstInfo)) {
-        LOG_INFO(ucTid, "LocationLen is %u,Location is [%s]", pstInfo->usLocationLen, pstInfo->acLocation);
-        NormaliseLocation(pstInfo, __func__);
-    }
+    TakeRedirectLocation(pstEvent, pstInfo, __func__, false);
     return 0;
 }
 

@@ -44,44 +44,19 @@ void CopyText(char (&dst)[N], const char *src)
 }
 
 // Closes every page of both lists; true when both ended empty, in which case
-// the running timer is stopped.
-bool CloseAllPages(uint32_t uiThreadID, uint8_t ucProcType, uint8_t ucReport)
+// the running timer is stopped. Lines carry the calling entry point's name.
+bool CloseAllPages(const char *pcFunc, uint32_t uiThreadID, uint8_t ucProcType, uint8_t ucReport)
 {
     STWebPage *pstCtx = ContextOf(uiThreadID);
     const uint32_t uiLeft = ProcessPageListTimeOut(uiThreadID, ucProcType, ucReport, PAGE_LIST_ORDINARY);
     const uint32_t uiUcidLeft = ProcessPageListTimeOut(uiThreadID, ucProcType, ucReport, PAGE_LIST_UCID);
     if (IsListEmpty(&pstCtx->stPageNodeList) == 0 || IsListEmpty(&pstCtx->stUcidPageNodeList) == 0 ||
         uiLeft != 0 || uiUcidLeft != 0) {
-        LOG_ERROR(uiThreadID, "release web page not success.");
+        LOG_ERROR_AS(pcFunc, uiThreadID, "release web page not success.");
         return false;
     }
-    LOG_TRACE(uiThreadID, "Do not have any page, stop pagetimer.");
-    if (g_stWebPageTimer.pfStopPageTimer != nullptr && pstCtx->ulPageTimer != 0) {
-        LOG_TRACE(uiThreadID, "stop pagetimer.");
-        g_stWebPageTimer.pfStopPageTimer(pstCtx->ulPageTimer);
-        pstCtx->ulPageTimer = 0;
-    }
+    orvane::StopPageTimer(pcFunc, uiThreadID, pstCtx);
     return true;
-}
-
-// The common guard of the release and print entry points.
-STWebPage *ExistingContext(uint32_t uiThreadID)
-{
-    if (!IsValidThread(uiThreadID)) {
-        LOG_ERROR(uiThreadID, "ThreadID error.");
-        return nullptr;
-    }
-    STWebPage *pstCtx = g_pstWebPage[ThreadOf(uiThreadID)];
-    if (pstCtx == nullptr) {
-        LOG_ERROR(uiThreadID, "g_pstWebPage[ucThreadID] is NULL.");
-    }
-    return pstCtx;
-}
-
-void LogPoolCounts(uint32_t uiThreadID, const STWebPage *pstCtx)
-{
-    LOG_TRACE(uiThreadID, "stPageNodePool Free Node num %u.", GetFreeNodeNum(&pstCtx->stPageNodePool));
-    LOG_TRACE(uiThreadID, "stMatchStrMemPool Free Node num %u.", GetFreeNodeNum(&pstCtx->stMatchStrMemPool));
 }
 
 }  // namespace
@@ -219,7 +194,7 @@ uint32_t API_AssociateWebPage(uint32_t uiThreadID, STFlowInfo *pstFlowInfo, cons
              pstEvent->usEventID, pstEvent->ucReqMethod, pstEvent->usRspCode, pstEvent->enNetworkType);
 
     *pullPageID = 0;
-    LogPoolCounts(uiThreadID, pstCtx);
+    orvane::LogPoolCounts(__func__, uiThreadID, pstCtx);
     const uint32_t uiPrePageNum = GetTranNodeNum(&pstCtx->stPageNodeList);
     LOG_TRACE(uiThreadID, "Webpage receive event, EventID is %u.", pstEvent->usEventID);
     LOG_TRACE(uiThreadID, "ucPrePageNum=%d.", (int)uiPrePageNum);
@@ -249,7 +224,7 @@ uint32_t API_AssociateWebPage(uint32_t uiThreadID, STFlowInfo *pstFlowInfo, cons
         SaveStringCommon(&stInfo);
         LOG_TRACE(uiThreadID, "SaveString.");
     }
-    LogPoolCounts(uiThreadID, pstCtx);
+    orvane::LogPoolCounts(__func__, uiThreadID, pstCtx);
 
     if (ullPageID == 0) {
         return WEBPAGE_ERR_NO_PAGE;
@@ -262,12 +237,12 @@ uint32_t API_AssociateWebPage(uint32_t uiThreadID, STFlowInfo *pstFlowInfo, cons
 
 void API_ReleaseWebPage(uint32_t uiThreadID)
 {
-    STWebPage *pstCtx = ExistingContext(uiThreadID);
+    STWebPage *pstCtx = orvane::ExistingContext(__func__, uiThreadID);
     if (pstCtx == nullptr) {
         return;
     }
     LOG_TRACE(uiThreadID, "release web page process.");
-    (void)CloseAllPages(uiThreadID, PAGE_PROC_RELEASE, 1);
+    (void)CloseAllPages(__func__, uiThreadID, PAGE_PROC_RELEASE, 1);
     FreeCMemPoolList(&pstCtx->stPageNodePool);
     FreeCMemPoolList(&pstCtx->stMatchStrMemPool);
     std::free(pstCtx);
@@ -276,21 +251,21 @@ void API_ReleaseWebPage(uint32_t uiThreadID)
 
 void API_ReleaseWebPageNode(uint32_t uiThreadID, uint32_t ucReport)
 {
-    if (ExistingContext(uiThreadID) == nullptr) {
+    if (orvane::ExistingContext(__func__, uiThreadID) == nullptr) {
         return;
     }
     LOG_TRACE(uiThreadID, "release web page Node.");
-    (void)CloseAllPages(uiThreadID, PAGE_PROC_RELEASE_NODE, static_cast<uint8_t>(ucReport & 0xFFu));
+    (void)CloseAllPages(__func__, uiThreadID, PAGE_PROC_RELEASE_NODE, static_cast<uint8_t>(ucReport & 0xFFu));
 }
 
 void API_PrintWebPageLog(uint32_t uiThreadID, uint32_t uiPrintType)
 {
-    STWebPage *pstCtx = ExistingContext(uiThreadID);
+    STWebPage *pstCtx = orvane::ExistingContext(__func__, uiThreadID);
     if (pstCtx == nullptr) {
         return;
     }
     if (uiPrintType == 1 || uiPrintType == 2) {
-        LogPoolCounts(uiThreadID, pstCtx);
+        orvane::LogPoolCounts(__func__, uiThreadID, pstCtx);
     }
     if (uiPrintType == 1 || uiPrintType == 3) {
         LOG_TRACE(uiThreadID, "stPageNodeList page node num %u", GetTranNodeNum(&pstCtx->stPageNodeList));

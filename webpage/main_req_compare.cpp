@@ -11,8 +11,8 @@ namespace {
 
 using orvane::ContextOf;
 using orvane::IsSuccessfulWebPage;
-using orvane::IsValidThread;
 using orvane::PageOf;
+using orvane::Smaller;
 
 // The port form of a URL is spelled into a buffer of this size (one more
 // than the longest location it is compared with).
@@ -22,8 +22,6 @@ constexpr uint32_t kLevelMainReq = 0;
 // Byte comparison over a length the records carry; like the texts' other
 // comparisons it ends at a NUL, so an embedded NUL never leads past it.
 bool SameText(const char *a, const char *b, size_t n) { return std::strncmp(a, b, n) == 0; }
-
-size_t Smaller(size_t a, size_t b) { return a < b ? a : b; }
 
 bool EndsWithSlash(const char *pcText, size_t len) { return len != 0 && pcText[len - 1] == '/'; }
 
@@ -47,6 +45,23 @@ void AppendBounded(char *pcDst, uint16_t usMax, const char *pcSrc, size_t n)
         return;
     }
     ORV_STRNCAT(pcDst, usMax, pcSrc, Smaller(n, usMax - 1u - used));
+}
+
+// Paths whose lengths differ by at most one name the same resource when the
+// first is empty, when a trailing slash on either makes the difference, or
+// when the shorter one starts the other.
+bool SamePathNearLength(const char *pcPath, size_t len, const char *pcOther, size_t otherLen)
+{
+    if (!WithinOne(len, otherLen)) {
+        return false;
+    }
+    if (len == 0) {
+        return true;
+    }
+    if (len != otherLen && (EndsWithSlash(pcPath, len) || EndsWithSlash(pcOther, otherLen))) {
+        return true;
+    }
+    return SameText(pcPath, pcOther, Smaller(otherLen, len));
 }
 
 // Compares the port form of the path (":port/path") with the text that
@@ -88,8 +103,9 @@ uint64_t TakeEvent(STPageNode *pstPage, STEventInfo *pstInfo)
 
 namespace orvane {
 
-void FillCompareInfo(STEventInfo *pstInfo, STCompareInfo *pstCompare, const char *pcFunc)
+uint32_t FillCompareInfo(STEventInfo *pstInfo, STCompareInfo *pstCompare, STTranManage *pstList, const char *pcFunc)
 {
+    pstCompare->pstCompareList = pstList;
     pstCompare->uiHostKey = pstInfo->uiHostHashKey;
     pstCompare->uiURLKey = pstInfo->uiURLHashKey;
     pstCompare->uiRefererKey = pstInfo->uiRefererHashKey;
@@ -110,6 +126,7 @@ void FillCompareInfo(STEventInfo *pstInfo, STCompareInfo *pstCompare, const char
     LOG_TRACE_AS(pcFunc, ucTid, "CompareInfo,RefererLen is %u,RefererMaxLen is %u,RefererKey is %u,Referer is %s.",
                  pstCompare->usRefererLen, pstCompare->usRefererMaxLen, pstCompare->uiRefererKey,
                  pstCompare->pcReferer);
+    return (pstCompare->usHostLen == 0 && pstCompare->usURLLen == 0 && pstCompare->usRefererLen == 0) ? 1u : 0u;
 }
 
 void FillCompareEndpoints(const STEventInfo *pstInfo, STCompareInfo *pstCompare)
@@ -131,20 +148,17 @@ uint32_t GetCompareInfo(STEventInfo *pstInfo, uint32_t enCompareType, STCompareI
         return 1;
     }
     orvane::FillCompareEndpoints(pstInfo, pstCompare);
-    const uint8_t ucTid = pstInfo->ucThreadID;
-    if (!IsValidThread(ucTid)) {
-        LOG_ERROR(ucTid, "ThreadID err.");
+    if (!orvane::ThreadOk(__func__, pstInfo->ucThreadID, "ThreadID err.")) {
         return 1;
     }
+    const uint8_t ucTid = pstInfo->ucThreadID;
     LOG_TRACE(ucTid, "GetCompareInfo, enCompareType is %u.", enCompareType);
     STWebPage *pstCtx = ContextOf(ucTid);
     if (enCompareType > COMPARE_HOST_WITH_MAIN_REQ_HOST || pstCtx == nullptr) {
         pstCompare->pstCompareList = nullptr;
         return 1;
     }
-    pstCompare->pstCompareList = &pstCtx->stPageNodeList;
-    orvane::FillCompareInfo(pstInfo, pstCompare, __func__);
-    return (pstCompare->usHostLen == 0 && pstCompare->usURLLen == 0 && pstCompare->usRefererLen == 0) ? 1u : 0u;
+    return orvane::FillCompareInfo(pstInfo, pstCompare, &pstCtx->stPageNodeList, __func__);
 }
 
 void StrcatUriWithPort(char *pcDst, uint16_t *pusLen, uint16_t usMax, const char *pcPath, uint16_t usPathLen,
@@ -224,18 +238,8 @@ uint8_t IsUrlSameAsLocation(STCompareInfo *pstCompare, char *pcLocation, uint16_
     const size_t slash = FirstSlash(pcLocation, l);
     const char *pcLocPath = pcLocation + slash;
     const size_t q = l - slash;
-    if (WithinOne(h + q, u)) {
-        if (q == 0) {
-            return 1;
-        }
-        // Paths one apart in length: a trailing slash on either side is
-        // the same resource.
-        if (h + q != u && (EndsWithSlash(pcLocPath, q) || EndsWithSlash(pcPath, p))) {
-            return 1;
-        }
-        if (SameText(pcLocPath, pcPath, Smaller(p, q))) {
-            return 1;
-        }
+    if (SamePathNearLength(pcLocPath, q, pcPath, p)) {
+        return 1;
     }
     // Locations are cut at 128 bytes, so a long URL only has to begin with it.
     if (q != 0 && u >= LOCATION_MAX_LEN && SameText(pcLocPath, pcPath, Smaller(p, q))) {
@@ -272,16 +276,8 @@ uint8_t IsRefererSameAsUrl(STCompareInfo *pstCompare, char *pcURL, uint16_t usUR
     }
     const char *pcPath = pcURL + g;
     const size_t p = v - g;
-    if (WithinOne(g + q, v)) {
-        if (q == 0) {
-            return 1;
-        }
-        if (g + q != v && (EndsWithSlash(pcRefPath, q) || EndsWithSlash(pcPath, p))) {
-            return 1;
-        }
-        if (SameText(pcRefPath, pcPath, Smaller(p, q))) {
-            return 1;
-        }
+    if (SamePathNearLength(pcRefPath, q, pcPath, p)) {
+        return 1;
     }
     if (g > pstCompare->usRefererMaxLen || pcReferer[g] != ':') {
         return 0;
@@ -297,15 +293,12 @@ uint32_t CompareMainReqStrWithDiffType(STPageNode *pstPage, STCompareInfo *pstCo
     bool bSame = false;
     switch (enCompareType) {
         case COMPARE_URL_WITH_MAIN_REQ_LOCATION:
-            bSame = pstPage->uiLocationKey != 0 &&
-                    (pstPage->uiLocationKey == pstCompare->uiURLKey ||
-                     IsUrlSameAsLocation(pstCompare, pstPage->acLocation, pstPage->usLocationLen) == 1);
+            bSame = orvane::UrlIsLocation(pstCompare, pstPage->uiLocationKey, pstPage->acLocation,
+                                          pstPage->usLocationLen);
             break;
         case COMPARE_REFERER_WITH_MAIN_REQ_URL:
-            bSame = pstPage->uiURLKey != 0 &&
-                    (pstPage->uiURLKey == pstCompare->uiRefererKey ||
-                     IsRefererSameAsUrl(pstCompare, pstPage->acURL, pstPage->usURLLen, pstPage->acHost,
-                                        pstPage->usHostLen) == 1);
+            bSame = orvane::RefererIsUrl(pstCompare, pstPage->uiURLKey, pstPage->acURL, pstPage->usURLLen,
+                                         pstPage->acHost, pstPage->usHostLen);
             break;
         case COMPARE_HOST_WITH_MAIN_REQ_HOST:
             bSame = pstPage->uiHostKey == pstCompare->uiHostKey;
@@ -318,15 +311,10 @@ uint32_t CompareMainReqStrWithDiffType(STPageNode *pstPage, STCompareInfo *pstCo
 
 uint64_t CompareMainReqString(STEventInfo *pstInfo, STCompareInfo *pstCompare, uint32_t enCompareType)
 {
-    if (pstInfo == nullptr || pstCompare == nullptr) {
-        LOG_ERROR(LOG_TID_ANY, "Para err.");
+    if (!orvane::RecordArgsOk(__func__, pstInfo, pstCompare != nullptr, LOG_TID_ANY, "Para err.", "ucThreadID err.")) {
         return 0;
     }
     const uint8_t ucTid = pstInfo->ucThreadID;
-    if (!IsValidThread(ucTid)) {
-        LOG_ERROR(ucTid, "ucThreadID err.");
-        return 0;
-    }
     STTranManage *pstList = pstCompare->pstCompareList;
     if (pstList == nullptr || pstList->uiNodeNum == 0) {
         LOG_TRACE(ucTid, "Page is NULL.");
@@ -376,15 +364,11 @@ uint64_t CompareMainReqString(STEventInfo *pstInfo, STCompareInfo *pstCompare, u
 uint64_t SpecialProcHostWithMainReqHost(STPageNode *pstPage, STEventInfo *pstInfo, STCompareInfo *pstCompare,
                                         uint32_t enCompareType)
 {
-    if (pstPage == nullptr || pstInfo == nullptr || pstCompare == nullptr) {
-        LOG_ERROR(LOG_TID_ANY, "Para err.");
+    if (!orvane::RecordArgsOk(__func__, pstInfo, pstPage != nullptr && pstCompare != nullptr,
+                              LOG_TID_ANY, "Para err.", "ucThreadID err.")) {
         return 0;
     }
     const uint8_t ucTid = pstInfo->ucThreadID;
-    if (!IsValidThread(ucTid)) {
-        LOG_ERROR(ucTid, "ucThreadID err.");
-        return 0;
-    }
     if (CompareMainReqStrWithDiffType(pstPage, pstCompare, enCompareType) != 0) {
         return 0;
     }

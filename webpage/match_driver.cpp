@@ -37,30 +37,11 @@ bool HasNoKeys(const STEventInfo &stInfo) { return !HasHost(stInfo) && !HasUrl(s
 // The URL was assembled without a host.
 bool LacksHost(const STEventInfo &stInfo) { return stInfo.usURLLen == 0 || stInfo.acURL[0] == '/'; }
 
-uint64_t RunHeartBeat(STEventInfo *pstInfo, STCompareInfo *) { return ProcessHeartBeat(pstInfo); }
-uint64_t RunSpecialUri(STEventInfo *pstInfo, STCompareInfo *) { return ProcessSpecialUri(pstInfo); }
-uint64_t RunRefererWithReferer(STEventInfo *pstInfo, STCompareInfo *) { return CompareRefererWithAllReqReferer(pstInfo); }
-uint64_t RunTimeMatch(STEventInfo *pstInfo, STCompareInfo *) { return CompareMsgTimeWithAllPageNode(pstInfo); }
-
 // Against the main requests of all pages.
 template <uint32_t CompareType>
-uint64_t RunMainCompare(STEventInfo *pstInfo, STCompareInfo *pstCompare)
+uint64_t RunMainCompare(STEventInfo *pstInfo)
 {
-    if (GetCompareInfo(pstInfo, CompareType, pstCompare) == 1) {
-        return 0;
-    }
-    return CompareMainReqString(pstInfo, pstCompare, CompareType);
-}
-
-// Against the strings saved from the latest associated page's sub-requests.
-template <uint32_t CompareType>
-uint64_t RunSubCompare(STEventInfo *pstInfo, STCompareInfo *pstCompare)
-{
-    STPageNode *pstPage = GetLatelyAssociatePageNode(pstInfo);
-    if (pstPage == nullptr || GetSubCompareInfo(pstPage, pstInfo, CompareType, pstCompare) == 1) {
-        return 0;
-    }
-    return CompareSubReqString(pstInfo, pstPage, pstCompare, CompareType);
+    return CompareMainReqCommon(pstInfo, CompareType);
 }
 
 enum class RuleEnd : uint8_t {
@@ -72,7 +53,7 @@ enum class RuleEnd : uint8_t {
 
 struct MatchRule {
     bool (*applies)(const STEventInfo &);
-    uint64_t (*run)(STEventInfo *, STCompareInfo *);
+    uint64_t (*run)(STEventInfo *);
     const char *before;   // TRACE line before the rule runs, or null
     const char *matched;  // format with the page ID (the ERROR text of a guard)
     RuleEnd end;
@@ -80,41 +61,54 @@ struct MatchRule {
 
 // Order is policy: the first rule that names a page wins.
 constexpr MatchRule kMatchRules[] = {
-    {HasHost, RunHeartBeat, nullptr, "Event is HeartBeat, PageID = %llu.", RuleEnd::kOnMatch},
+    {HasHost, ProcessHeartBeat, nullptr, "Event is HeartBeat, PageID = %llu.", RuleEnd::kOnMatch},
     {HasNoKeys, nullptr, nullptr, "ReqInfo is NULL.", RuleEnd::kRefuse},
     {HasUrl, RunMainCompare<COMPARE_URL_WITH_MAIN_REQ_LOCATION>, "Matching main location with URL.",
      "URL match main location is OK, PageID = %llu.", RuleEnd::kOnMatch},
-    {HasUrl, RunSubCompare<COMPARE_URL_WITH_SUB_REQ_LOCATION>, "Matching sub location with URL.",
+    {HasUrl, CompareUrlWithSubReqLocation, "Matching sub location with URL.",
      "URL match sub location is OK, PageID = %llu.", RuleEnd::kOnMatch},
-    {LacksHost, RunSpecialUri, nullptr, "Special URL, PageID = %llu.", RuleEnd::kLogAlways},
+    {LacksHost, ProcessSpecialUri, nullptr, "Special URL, PageID = %llu.", RuleEnd::kLogAlways},
     {HasReferer, RunMainCompare<COMPARE_REFERER_WITH_MAIN_REQ_URL>, "Matching main URL with referer.",
      "Referer match main URL is OK, PageID = %llu.", RuleEnd::kOnMatch},
-    {HasReferer, RunSubCompare<COMPARE_REFERER_WITH_SUB_REQ_URL>, "Matching sub URL with referer.",
+    {HasReferer, CompareRefererWithSubReqUrl, "Matching sub URL with referer.",
      "Referer match sub URL is OK, PageID = %llu.", RuleEnd::kOnMatch},
-    {HasReferer, RunRefererWithReferer, "Matching main referer with referer.",
+    {HasReferer, CompareRefererWithAllReqReferer, "Matching main referer with referer.",
      "Referer match main referer is OK, PageID = %llu.", RuleEnd::kOnMatch},
     {HasHost, RunMainCompare<COMPARE_HOST_WITH_MAIN_REQ_HOST>, "Matching main host with host.",
      "Host match main host is OK, PageID = %llu.", RuleEnd::kOnMatch},
-    {HasHost, RunSubCompare<COMPARE_HOST_WITH_SUB_REQ_HOST>, "Matching sub host with host.",
+    {HasHost, CompareHostWithSubReqHost, "Matching sub host with host.",
      "Host match sub host is OK, PageID = %llu.", RuleEnd::kOnMatch},
-    {Always, RunTimeMatch, nullptr, "Time match, PageID = %llu.", RuleEnd::kLast},
+    {Always, CompareMsgTimeWithAllPageNode, nullptr, "Time match, PageID = %llu.", RuleEnd::kLast},
 };
 
 }  // namespace
+
+namespace orvane {
+
+STPageNode *FlowPageTakingEvent(STEventInfo *pstInfo, uint8_t ucListType, const char *pcFunc, const char *pcFoundLine)
+{
+    const uint32_t uiTid = pstInfo->ucThreadID;
+    STPageNode *pstPage = GetPageNodeByFlowInfo(pstInfo, ucListType);
+    if (pstPage != nullptr) {
+        LOG_TRACE_AS(pcFunc, uiTid, pcFoundLine, Llu(pstPage->uiPageID));
+        if (UpdatePageNode(pstPage, pstInfo, pstPage->uiPageType) == 0) {
+            return pstPage;
+        }
+    }
+    LOG_TRACE_AS(pcFunc, uiTid, "Match fail process,Get page by flow is NOK,insert new page.");
+    return nullptr;
+}
+
+}  // namespace orvane
 
 extern "C" {
 
 uint64_t WebPageEventReqProcess(STEventInfo *pstInfo, const STWebPageEvent *pstEvent)
 {
-    if (pstInfo == nullptr || pstEvent == nullptr) {
-        LOG_ERROR(LOG_TID_NONE, "para err.");
+    if (!orvane::RecordArgsOk(__func__, pstInfo, pstEvent != nullptr, LOG_TID_NONE, "para err.", "ucThreadID err.")) {
         return 0;
     }
     const uint32_t uiTid = pstInfo->ucThreadID;
-    if (uiTid >= WEBPAGE_THREAD_NUM) {
-        LOG_ERROR(uiTid, "ucThreadID err.");
-        return 0;
-    }
     if (GetReqEventInfo(pstEvent, pstInfo) != 0) {
         LOG_ERROR(uiTid, "GetReqEventInfo err.");
         return 0;
@@ -160,18 +154,12 @@ uint64_t WebPageEventReqProcess(STEventInfo *pstInfo, const STWebPageEvent *pstE
 
 uint64_t WebPageMsgMatch(STEventInfo *pstInfo)
 {
-    if (pstInfo == nullptr) {
-        LOG_ERROR(LOG_TID_NONE, "para err.");
+    if (!orvane::RecordArgsOk(__func__, pstInfo, LOG_TID_NONE, "para err.", "ucThreadID err.")) {
         return 0;
     }
     const uint32_t uiTid = pstInfo->ucThreadID;
-    if (uiTid >= WEBPAGE_THREAD_NUM) {
-        LOG_ERROR(uiTid, "ucThreadID err.");
-        return 0;
-    }
     LOG_TRACE(uiTid, "****Match webpage is begin*********************************.");
 
-    STCompareInfo stCompare{};
     for (const MatchRule &stRule : kMatchRules) {
         if (!stRule.applies(*pstInfo)) {
             continue;
@@ -183,7 +171,7 @@ uint64_t WebPageMsgMatch(STEventInfo *pstInfo)
         if (stRule.before != nullptr) {
             LOG_TRACE(uiTid, "%s", stRule.before);
         }
-        const uint64_t ullPageID = stRule.run(pstInfo, &stCompare);
+        const uint64_t ullPageID = stRule.run(pstInfo);
         if (ullPageID != 0 || stRule.end != RuleEnd::kOnMatch) {
             LOG_TRACE(uiTid, stRule.matched, (unsigned long long)ullPageID);
         }
@@ -200,15 +188,10 @@ uint64_t WebPageMsgMatch(STEventInfo *pstInfo)
 
 uint64_t ProcessNoMsgOrMatchFail(STEventInfo *pstInfo, uint8_t bIsAllRuleMatchFail)
 {
-    if (pstInfo == nullptr) {
-        LOG_ERROR(LOG_TID_ANY, "Para err.");
+    if (!orvane::RecordArgsOk(__func__, pstInfo, LOG_TID_ANY, "Para err.", "ucThreadID err.")) {
         return 0;
     }
     const uint32_t uiTid = pstInfo->ucThreadID;
-    if (uiTid >= WEBPAGE_THREAD_NUM) {
-        LOG_ERROR(uiTid, "ucThreadID err.");
-        return 0;
-    }
     LOG_TRACE(uiTid, "Match fail process,bIsAllRuleMatchFail is %u.", bIsAllRuleMatchFail);
     if (pstInfo->pstFlowInfo == nullptr) {
         return 0;
@@ -236,16 +219,9 @@ uint64_t ProcessNoMsgOrMatchFail(STEventInfo *pstInfo, uint8_t bIsAllRuleMatchFa
         }
     }
 
-    STPageNode *pstPage = GetPageNodeByFlowInfo(pstInfo, PAGE_LIST_ORDINARY);
-    if (pstPage != nullptr) {
-        LOG_TRACE(uiTid, "Match fail process,Get page by flow is OK,PageID is %llu.",
-                  (unsigned long long)pstPage->uiPageID);
-        if (UpdatePageNode(pstPage, pstInfo, pstPage->uiPageType) == 0) {
-            return pstPage->uiPageID;
-        }
-    }
-    LOG_TRACE(uiTid, "Match fail process,Get page by flow is NOK,insert new page.");
-    return InsertPageNode(pstInfo, uiPageType, 0);
+    const STPageNode *pstPage = orvane::FlowPageTakingEvent(pstInfo, PAGE_LIST_ORDINARY, __func__,
+                                                            "Match fail process,Get page by flow is OK,PageID is %llu.");
+    return pstPage != nullptr ? pstPage->uiPageID : InsertPageNode(pstInfo, uiPageType, 0);
 }
 
 uint64_t WebPageEventRspProcess(STEventInfo *pstInfo, const STWebPageEvent *pstEvent)

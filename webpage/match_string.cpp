@@ -10,6 +10,7 @@ using orvane::ContextOf;
 using orvane::IsValidThread;
 using orvane::MatchStrOf;
 using orvane::NodeOf;
+using orvane::Smaller;
 
 // What a kind of string is made of: the page list it goes on, the working
 // record's text (by offset, the arrays differ in size), length and key, and
@@ -62,8 +63,6 @@ STMatchStrNode *FindString(const STTranManage *pstList, uint32_t uiKey)
     return orvane::FindInList<STMatchStrNode>(pstList,
                                               [&](const STMatchStrNode *pstStr) { return pstStr->uiHashKey == uiKey; });
 }
-
-size_t Smaller(size_t a, size_t b) { return a < b ? a : b; }
 
 }  // namespace
 

@@ -8,22 +8,13 @@ namespace {
 
 using orvane::ClearPageFlag;
 using orvane::ContextOf;
+using orvane::CopyCut;
 using orvane::IsValidThread;
+using orvane::Llu;
 using orvane::MakePageID;
+using orvane::PageListOf;
 using orvane::PageOf;
 using orvane::SetPageFlag;
-
-inline unsigned long long Llu(uint64_t v) { return static_cast<unsigned long long>(v); }
-
-// Copies one of the event's normalised texts into the page, cut at the
-// page's capacity; returns the kept length.
-uint16_t KeepText(char *pcDst, uint16_t usMax, const char *pcSrc, uint16_t usLen)
-{
-    const uint16_t usKeep = usLen < usMax ? usLen : usMax;
-    ORV_MEMCPY(pcDst, usMax, pcSrc, usKeep);
-    pcDst[usKeep] = '\0';
-    return usKeep;
-}
 
 // The flow area is the daemon's and may outlive the page, or even the
 // context, its pointer was taken from. The pointer is trusted only when it is
@@ -53,9 +44,7 @@ STPageNode *FindFlowPage(const STEventInfo *pstInfo, uint64_t ullPageID, STPageN
     if (IsCachedPageLive(pstCtx, pstCached, ullPageID)) {
         return pstCached;
     }
-    STTranManage *pstList =
-        ucListType == PAGE_LIST_ORDINARY ? &pstCtx->stPageNodeList : &pstCtx->stUcidPageNodeList;
-    STTranNode *pstNode = SeekNode(&ullPageID, pstList);
+    STTranNode *pstNode = SeekNode(&ullPageID, PageListOf(pstCtx, ucListType));
     return pstNode == nullptr ? nullptr : PageOf(pstNode);
 }
 
@@ -129,9 +118,7 @@ uint64_t CreatePage(STEventInfo *pstInfo, uint32_t uiPageType, const PageCreatio
         LOG_ERROR_AS(pcFunc, ucTid, "PageNodePool is NULL!");
         return 0;
     }
-    STTranManage *pstList =
-        stHow.ucListType == PAGE_LIST_ORDINARY ? &pstCtx->stPageNodeList : &pstCtx->stUcidPageNodeList;
-    if (InsertNodeHead(pstNode, pstList) != 0) {
+    if (InsertNodeHead(pstNode, PageListOf(pstCtx, stHow.ucListType)) != 0) {
         LOG_ERROR_AS(pcFunc, ucTid, "Insert page node fail!");
         (void)FreeNodeMem(pstNode, &pstCtx->stPageNodePool);
         return 0;
@@ -236,30 +223,25 @@ void InitPageProcessInfo(uint8_t ucThreadID, STFlowInfo *pstFlowInfo, STEventInf
 
 void SaveFirReqString(STEventInfo *pstInfo, STPageNode *pstPage)
 {
-    if (pstInfo == nullptr || pstPage == nullptr) {
-        LOG_ERROR(LOG_TID_ANY, "Para err!");
+    if (!orvane::RecordArgsOk(__func__, pstInfo, pstPage != nullptr, LOG_TID_ANY, "Para err!", "ThreadID err!")) {
         return;
     }
     const uint8_t ucTid = pstInfo->ucThreadID;
-    if (!IsValidThread(ucTid)) {
-        LOG_ERROR(ucTid, "ThreadID err!");
-        return;
-    }
     if (pstInfo->usHostLen != 0) {
-        pstPage->usHostLen = KeepText(pstPage->acHost, HOST_MAX_LEN, pstInfo->acHost, pstInfo->usHostLen);
+        pstPage->usHostLen = CopyCut(pstPage->acHost, HOST_MAX_LEN, pstInfo->acHost, pstInfo->usHostLen);
         pstPage->uiHostKey = pstInfo->uiHostHashKey;
         LOG_TRACE(ucTid, "Save host info to page, HostLen is %u, Host is [%s], HostKey is %u.", pstPage->usHostLen,
                   pstPage->acHost, pstPage->uiHostKey);
     }
     if (pstInfo->usURLLen != 0) {
-        pstPage->usURLLen = KeepText(pstPage->acURL, URL_MAX_LEN, pstInfo->acURL, pstInfo->usURLLen);
+        pstPage->usURLLen = CopyCut(pstPage->acURL, URL_MAX_LEN, pstInfo->acURL, pstInfo->usURLLen);
         pstPage->uiURLKey = pstInfo->uiURLHashKey;
         LOG_TRACE(ucTid, "Save URL info to page, URLLen is %u, URL is [%s], URLKey is %u.", pstPage->usURLLen,
                   pstPage->acURL, pstPage->uiURLKey);
     }
     if (pstInfo->usLocationLen != 0) {
         pstPage->usLocationLen =
-            KeepText(pstPage->acLocation, LOCATION_MAX_LEN, pstInfo->acLocation, pstInfo->usLocationLen);
+            CopyCut(pstPage->acLocation, LOCATION_MAX_LEN, pstInfo->acLocation, pstInfo->usLocationLen);
         pstPage->uiLocationKey = pstInfo->uiLocationHashKey;
         LOG_TRACE(ucTid, "Save location info to page, LocationLen is %u, Location is [%s], LocationKey is %u.",
                   pstPage->usLocationLen, pstPage->acLocation, pstPage->uiLocationKey);
@@ -271,12 +253,7 @@ void SaveFirReqString(STEventInfo *pstInfo, STPageNode *pstPage)
 
 uint64_t InsertPageNode(STEventInfo *pstInfo, uint32_t uiPageType, uint8_t bIsAllRuleFail)
 {
-    if (pstInfo == nullptr) {
-        LOG_ERROR(LOG_TID_ANY, "para err!");
-        return 0;
-    }
-    if (!IsValidThread(pstInfo->ucThreadID)) {
-        LOG_ERROR(pstInfo->ucThreadID, "ThreadID err!");
+    if (!orvane::RecordArgsOk(__func__, pstInfo, LOG_TID_ANY, "para err!", "ThreadID err!")) {
         return 0;
     }
     LOG_TRACE(pstInfo->ucThreadID, "Insert page node, pagetype is %u, IsAllRuleFail is %u!", uiPageType,
@@ -289,15 +266,10 @@ uint64_t InsertPageNode(STEventInfo *pstInfo, uint32_t uiPageType, uint8_t bIsAl
 
 STPageNode *GetSinglePageNodeByFlowInfo(STEventInfo *pstInfo, uint8_t ucListType)
 {
-    if (pstInfo == nullptr) {
-        LOG_ERROR(LOG_TID_ANY, "para err.");
+    if (!orvane::RecordArgsOk(__func__, pstInfo, LOG_TID_ANY, "para err.", "ucThreadID err.")) {
         return nullptr;
     }
     const uint8_t ucTid = pstInfo->ucThreadID;
-    if (!IsValidThread(ucTid)) {
-        LOG_ERROR(ucTid, "ucThreadID err.");
-        return nullptr;
-    }
     STFlowInfo *pstFlow = pstInfo->pstFlowInfo;
     if (pstFlow == nullptr) {
         LOG_ERROR(ucTid, "pFlowInfo err.");

@@ -8,13 +8,11 @@ namespace {
 
 using orvane::ClearPageFlag;
 using orvane::HasFlag;
-using orvane::IsValidThread;
+using orvane::Llu;
 using orvane::SetPageFlag;
 
 constexpr uint16_t kSuccessFirst = 200;
 constexpr uint16_t kSuccessLast = 399;
-
-inline unsigned long long Llu(uint64_t v) { return static_cast<unsigned long long>(v); }
 
 // Method counting shared by UpdatePageNode and UpdateMethodInfo; anything but
 // GET or POST (responses carry no method) counts nothing.
@@ -110,14 +108,10 @@ void UpdateMethodInfo(STPageNode *pstPage, STEventInfo *pstInfo)
 
 void UpdatePageReqAndRspTime(STPageNode *pstPage, STEventInfo *pstInfo)
 {
-    if (pstPage == nullptr || pstInfo == nullptr) {
+    if (!orvane::RecordArgsOk(__func__, pstInfo, pstPage != nullptr, LOG_TID_ANY, nullptr, "ucThreadID err.")) {
         return;
     }
     const uint8_t ucTid = pstInfo->ucThreadID;
-    if (!IsValidThread(ucTid)) {
-        LOG_ERROR(ucTid, "ucThreadID err.");
-        return;
-    }
     LOG_TRACE(ucTid,
               "Befor Update page time, ReqBeg is %llu, FirTime is %llu, ReqEnd is %llu; PageFirReq is %llu, "
               "PageLastReq is %llu, PageLastRsp is %llu,DNSBeginTime is %llu , uiDnsDelay is %u.",
@@ -145,14 +139,10 @@ void UpdatePageReqAndRspTime(STPageNode *pstPage, STEventInfo *pstInfo)
 
 void SetMainPageReq(STPageNode *pstPage, STEventInfo *pstInfo)
 {
-    if (pstPage == nullptr || pstInfo == nullptr) {
+    if (!orvane::RecordArgsOk(__func__, pstInfo, pstPage != nullptr, LOG_TID_ANY, nullptr, "ucThreadID err.")) {
         return;
     }
     const uint8_t ucTid = pstInfo->ucThreadID;
-    if (!IsValidThread(ucTid)) {
-        LOG_ERROR(ucTid, "ucThreadID err.");
-        return;
-    }
     LOG_TRACE(ucTid, "Befor set page flag, PageFlag is %u.", pstPage->usPageFlag);
 
     // The main request is the first non-redirect answer; redirects before it
@@ -186,15 +176,10 @@ void SetMainPageReq(STPageNode *pstPage, STEventInfo *pstInfo)
 
 uint32_t UpdatePageNode(STPageNode *pstPage, STEventInfo *pstInfo, uint32_t uiPageType)
 {
-    if (pstPage == nullptr || pstInfo == nullptr) {
-        LOG_ERROR(LOG_TID_ANY, "para err.");
+    if (!orvane::RecordArgsOk(__func__, pstInfo, pstPage != nullptr, LOG_TID_ANY, "para err.", "ucThreadID err.")) {
         return 1;
     }
     const uint8_t ucTid = pstInfo->ucThreadID;
-    if (!IsValidThread(ucTid)) {
-        LOG_ERROR(ucTid, "ucThreadID err.");
-        return 1;
-    }
     LOG_TRACE(ucTid, "Update page, PageID is %llu, PageType is %u, Method is %u, CauseCode is %u.",
               Llu(pstPage->uiPageID), uiPageType, pstInfo->uiReqMethod, pstInfo->usCauseCode);
 

@@ -9,7 +9,6 @@ namespace {
 
 using orvane::ContextOf;
 using orvane::IsSuccessfulWebPage;
-using orvane::IsValidThread;
 using orvane::MatchStrOf;
 using orvane::PageOf;
 
@@ -94,15 +93,10 @@ extern "C" {
 
 STPageNode *GetLatelyAssociatePageNode(STEventInfo *pstInfo)
 {
-    if (pstInfo == nullptr) {
-        LOG_ERROR(LOG_TID_ANY, "Para err.");
+    if (!orvane::RecordArgsOk(__func__, pstInfo, LOG_TID_ANY, "Para err.", "ThreadID err.")) {
         return nullptr;
     }
     const uint8_t ucTid = pstInfo->ucThreadID;
-    if (!IsValidThread(ucTid)) {
-        LOG_ERROR(ucTid, "ThreadID err.");
-        return nullptr;
-    }
     STWebPage *pstCtx = ContextOf(ucTid);
     if (pstCtx == nullptr || pstCtx->stPageNodeList.uiNodeNum == 0) {
         LOG_TRACE(ucTid, "PageList is empty.");
@@ -121,15 +115,11 @@ STPageNode *GetLatelyAssociatePageNode(STEventInfo *pstInfo)
 uint32_t GetSubCompareInfo(STPageNode *pstPage, STEventInfo *pstInfo, uint32_t enCompareType,
                            STCompareInfo *pstCompare)
 {
-    if (pstPage == nullptr || pstInfo == nullptr || pstCompare == nullptr) {
-        LOG_ERROR(LOG_TID_ANY, "Para err.");
+    if (!orvane::RecordArgsOk(__func__, pstInfo, pstPage != nullptr && pstCompare != nullptr,
+                              LOG_TID_ANY, "Para err.", "ThreadID err.")) {
         return 1;
     }
     const uint8_t ucTid = pstInfo->ucThreadID;
-    if (!IsValidThread(ucTid)) {
-        LOG_ERROR(ucTid, "ThreadID err.");
-        return 1;
-    }
     LOG_TRACE(ucTid, "GetSubCompareInfo, enCompareType is %u.", enCompareType);
     orvane::FillCompareEndpoints(pstInfo, pstCompare);
     const SubRule *pstRule = SubRuleOf(enCompareType);
@@ -137,9 +127,7 @@ uint32_t GetSubCompareInfo(STPageNode *pstPage, STEventInfo *pstInfo, uint32_t e
         pstCompare->pstCompareList = nullptr;
         return 1;
     }
-    pstCompare->pstCompareList = &(pstPage->*(pstRule->pstList));
-    orvane::FillCompareInfo(pstInfo, pstCompare, __func__);
-    return (pstCompare->usHostLen == 0 && pstCompare->usURLLen == 0 && pstCompare->usRefererLen == 0) ? 1u : 0u;
+    return orvane::FillCompareInfo(pstInfo, pstCompare, &(pstPage->*(pstRule->pstList)), __func__);
 }
 
 uint32_t CompareSubReqStrWithDiffType(STMatchStrNode *pstStr, STCompareInfo *pstCompare, const char *pcHost,
@@ -152,14 +140,11 @@ uint32_t CompareSubReqStrWithDiffType(STMatchStrNode *pstStr, STCompareInfo *pst
     bool bSame = false;
     switch (enCompareType) {
         case COMPARE_URL_WITH_SUB_REQ_LOCATION:
-            bSame = pstStr->uiHashKey != 0 &&
-                    (pstStr->uiHashKey == pstCompare->uiURLKey ||
-                     IsUrlSameAsLocation(pstCompare, pstStr->acStr, pstStr->usStrLen) == 1);
+            bSame = orvane::UrlIsLocation(pstCompare, pstStr->uiHashKey, pstStr->acStr, pstStr->usStrLen);
             break;
         case COMPARE_REFERER_WITH_SUB_REQ_URL:
-            bSame = pstStr->uiHashKey != 0 &&
-                    (pstStr->uiHashKey == pstCompare->uiRefererKey ||
-                     IsRefererSameAsUrl(pstCompare, pstStr->acStr, pstStr->usStrLen, pcHost, usHostLen) == 1);
+            bSame = orvane::RefererIsUrl(pstCompare, pstStr->uiHashKey, pstStr->acStr, pstStr->usStrLen, pcHost,
+                                         usHostLen);
             break;
         case COMPARE_HOST_WITH_SUB_REQ_HOST:
             bSame = pstStr->uiHashKey == pstCompare->uiHostKey;
@@ -176,15 +161,11 @@ uint32_t CompareSubReqStrWithDiffType(STMatchStrNode *pstStr, STCompareInfo *pst
 uint64_t CompareSubReqString(STEventInfo *pstInfo, STPageNode *pstPage, STCompareInfo *pstCompare,
                              uint32_t enCompareType)
 {
-    if (pstInfo == nullptr || pstPage == nullptr || pstCompare == nullptr) {
-        LOG_ERROR(LOG_TID_ANY, "Para err.");
+    if (!orvane::RecordArgsOk(__func__, pstInfo, pstPage != nullptr && pstCompare != nullptr,
+                              LOG_TID_ANY, "Para err.", "ThreadID err.")) {
         return 0;
     }
     const uint8_t ucTid = pstInfo->ucThreadID;
-    if (!IsValidThread(ucTid)) {
-        LOG_ERROR(ucTid, "ThreadID err.");
-        return 0;
-    }
     LOG_TRACE(ucTid, "CompareSubReqString, enCompareType is %u.", enCompareType);
     STTranManage *pstList = pstCompare->pstCompareList;
     if (pstList == nullptr) {
@@ -231,15 +212,10 @@ uint64_t CompareSubReqString(STEventInfo *pstInfo, STPageNode *pstPage, STCompar
 
 uint64_t CompareRefererWithAllReqReferer(STEventInfo *pstInfo)
 {
-    if (pstInfo == nullptr) {
-        LOG_ERROR(LOG_TID_ANY, "Para err.");
+    if (!orvane::RecordArgsOk(__func__, pstInfo, LOG_TID_ANY, "Para err.", "ucThreadID err.")) {
         return 0;
     }
     const uint8_t ucTid = pstInfo->ucThreadID;
-    if (!IsValidThread(ucTid)) {
-        LOG_ERROR(ucTid, "ucThreadID err.");
-        return 0;
-    }
     STWebPage *pstCtx = ContextOf(ucTid);
     if (pstCtx == nullptr || pstCtx->stPageNodeList.uiNodeNum == 0) {
         LOG_TRACE(ucTid, "Page is NULL.");
@@ -265,15 +241,10 @@ uint64_t CompareRefererWithAllReqReferer(STEventInfo *pstInfo)
 
 uint64_t CompareRefererWithReferer(STEventInfo *pstInfo, STPageNode *pstPage)
 {
-    if (pstInfo == nullptr || pstPage == nullptr) {
-        LOG_ERROR(LOG_TID_ANY, "Para err.");
+    if (!orvane::RecordArgsOk(__func__, pstInfo, pstPage != nullptr, LOG_TID_ANY, "Para err.", "ucThreadID err.")) {
         return 0;
     }
     const uint8_t ucTid = pstInfo->ucThreadID;
-    if (!IsValidThread(ucTid)) {
-        LOG_ERROR(ucTid, "ucThreadID err.");
-        return 0;
-    }
     if (pstPage->uiRefererKey != 0 && pstPage->uiRefererKey == pstInfo->uiRefererHashKey) {
         LOG_TRACE(ucTid, "Reqevent referer = page referer.");
         const uint32_t uiTime = CompareMsgTime(pstPage->ullPageFirReq, pstInfo->ullReqBeginTime,
@@ -303,12 +274,7 @@ uint64_t CompareRefererWithReferer(STEventInfo *pstInfo, STPageNode *pstPage)
             }
         }
     }
-    STCompareInfo stCompare;
-    std::memset(&stCompare, 0, sizeof(stCompare));
-    if (GetSubCompareInfo(pstPage, pstInfo, COMPARE_REFERER_WITH_REFERER, &stCompare) == 1) {
-        return 0;
-    }
-    return CompareSubReqString(pstInfo, pstPage, &stCompare, COMPARE_REFERER_WITH_REFERER);
+    return CompareSubReqCommon(pstPage, pstInfo, COMPARE_REFERER_WITH_REFERER);
 }
 
 uint64_t ProcessSpecialUri(STEventInfo *pstInfo)

@@ -143,44 +143,25 @@ uint32_t EvaluateWindow(uint32_t enCompareType, uint64_t ullBegin, uint64_t ullE
     return IsRsponseOK(usEventCauseCode) != 0 ? kInside : COMPARE_OUTSIDE;
 }
 
-bool IsWebRequest(STEventInfo *pstInfo)
-{
-    return IsWebType(pstInfo->acContentType, pstInfo->usContentTypeLen, CONTENT_TYPE_MAX_LEN,
-                     pstInfo->usCauseCode) != 0 &&
-           IsBlackList(pstInfo->acURL, pstInfo->usURLLen, URL_MAX_LEN, pstInfo->acRefererUrl,
-                       pstInfo->usRefererUrlLen, REFERER_MAX_LEN, pstInfo->acContentType,
-                       pstInfo->usContentTypeLen, CONTENT_TYPE_MAX_LEN) == 0;
-}
-
 constexpr const char kAllPageFunc[] = "CompareMsgTimeWithAllPageNode";
+constexpr uint32_t kLevelByTime = 1;
+
+constexpr orvane::TimeJoinLines kWebPageTimeJoin{
+    "Page is webtype,match page with time is OK.",
+    "Match page(webtype) with time is OK,Update page error.",
+    "Match page(webtype) with time is OK,Update page,PageID is %llu.",
+};
 
 // One page of the time-only walk: the ID that took the event, or 0 to go on.
 uint64_t MatchPageByTime(STPageNode *pstPage, STEventInfo *pstInfo)
 {
     const uint8_t ucThreadID = pstInfo->ucThreadID;
     const uint64_t ullBegin = pstInfo->ullReqBeginTime;
-    if (pstPage->uiPageType != PAGE_TYPE_ASSOCIATE || !orvane::HasFlag(pstPage, PAGE_FLAG_SUCCESS)) {
+    if (!orvane::MayJoinByTime(pstPage, ullBegin)) {
         return 0;
     }
-    if (ullBegin != 0 && pstPage->ullPageFirReq > ullBegin) {
-        return 0;
-    }
-
     if (orvane::HasFlag(pstPage, PAGE_FLAG_WEBTYPE)) {
-        if (CompareMsgTimeTransWithPage(ullBegin, pstInfo->ullReqEndTime, pstPage->ullPageLastReq,
-                                        pstPage->ullPageLastRsp, pstPage->enNetworkType,
-                                        pstInfo->usCauseCode) != kInside) {
-            return 0;
-        }
-        LOG_TRACE_AS(kAllPageFunc, ucThreadID, "Page is webtype,match page with time is OK.");
-        pstInfo->uiMatchLevel = 1;
-        if (UpdatePageNode(pstPage, pstInfo, PAGE_TYPE_ASSOCIATE) != 0) {
-            LOG_ERROR_AS(kAllPageFunc, ucThreadID, "Match page(webtype) with time is OK,Update page error.");
-            return 0;
-        }
-        LOG_TRACE_AS(kAllPageFunc, ucThreadID, "Match page(webtype) with time is OK,Update page,PageID is %llu.",
-                     static_cast<unsigned long long>(pstPage->uiPageID));
-        return pstPage->uiPageID;
+        return orvane::JoinByTransWindow(pstPage, pstInfo, kAllPageFunc, kWebPageTimeJoin) ? pstPage->uiPageID : 0;
     }
 
     if (CompareMsgTimeAppCorrelation(ullBegin, pstInfo->ullReqEndTime, pstPage->ullPageLastReq,
@@ -191,7 +172,7 @@ uint64_t MatchPageByTime(STPageNode *pstPage, STEventInfo *pstInfo)
     LOG_TRACE_AS(kAllPageFunc, ucThreadID, "Page is not webtype,match page with time is OK.");
     // A web request near an application's traffic starts a page of its own
     // rather than being buried in the application's page.
-    if (IsWebRequest(pstInfo)) {
+    if (orvane::IsWebTypeAndNotBlack(pstInfo)) {
         const uint64_t ullNewID = InsertPageNode(pstInfo, PAGE_TYPE_ASSOCIATE, 0);
         if (ullNewID != 0) {
             LOG_TRACE_AS(kAllPageFunc, ucThreadID,
@@ -203,7 +184,7 @@ uint64_t MatchPageByTime(STPageNode *pstPage, STEventInfo *pstInfo)
         LOG_ERROR_AS(kAllPageFunc, ucThreadID,
                      "Match page with time is OK,Reqevent is webtype and is not in blacklist,intert page error.");
     }
-    pstInfo->uiMatchLevel = 1;
+    pstInfo->uiMatchLevel = kLevelByTime;
     if (UpdatePageNode(pstPage, pstInfo, PAGE_TYPE_ASSOCIATE) != 0) {
         LOG_ERROR_AS(kAllPageFunc, ucThreadID,
                      "Match page with time is OK,Reqevent is not webtype or is in blacklist.Update page error");
@@ -216,6 +197,27 @@ uint64_t MatchPageByTime(STPageNode *pstPage, STEventInfo *pstInfo)
 }
 
 }  // namespace
+
+namespace orvane {
+
+bool JoinByTransWindow(STPageNode *pstPage, STEventInfo *pstInfo, const char *pcFunc, const TimeJoinLines &stLines)
+{
+    const uint8_t ucTid = pstInfo->ucThreadID;
+    if (CompareMsgTimeTransWithPage(pstInfo->ullReqBeginTime, pstInfo->ullReqEndTime, pstPage->ullPageLastReq,
+                                    pstPage->ullPageLastRsp, pstPage->enNetworkType, pstInfo->usCauseCode) != kInside) {
+        return false;
+    }
+    LOG_TRACE_AS(pcFunc, ucTid, "%s", stLines.pcMatched);
+    pstInfo->uiMatchLevel = kLevelByTime;
+    if (UpdatePageNode(pstPage, pstInfo, PAGE_TYPE_ASSOCIATE) != 0) {
+        LOG_ERROR_AS(pcFunc, ucTid, "%s", stLines.pcUpdateError);
+        return false;
+    }
+    LOG_TRACE_AS(pcFunc, ucTid, stLines.pcUpdated, Llu(pstPage->uiPageID));
+    return true;
+}
+
+}  // namespace orvane
 
 extern "C" {
 
@@ -294,15 +296,10 @@ uint32_t CompareMsgTimeAppCorrelation(uint64_t ullBegin, uint64_t ullEnd, uint64
 
 uint64_t CompareMsgTimeWithAllPageNode(STEventInfo *pstInfo)
 {
-    if (pstInfo == nullptr) {
-        LOG_ERROR(LOG_TID_ANY, "Para err.");
+    if (!orvane::RecordArgsOk(__func__, pstInfo, LOG_TID_ANY, "Para err.", "ucThreadID err.")) {
         return 0;
     }
     const uint8_t ucThreadID = pstInfo->ucThreadID;
-    if (!orvane::IsValidThread(ucThreadID)) {
-        LOG_ERROR(ucThreadID, "ucThreadID err.");
-        return 0;
-    }
     LOG_TRACE(ucThreadID, "Other match is fail,match page with time.");
     const STWebPage *pstContext = orvane::ContextOf(ucThreadID);
     if (pstContext == nullptr || pstContext->stPageNodeList.uiNodeNum == 0) {

@@ -9,6 +9,7 @@ namespace {
 using orvane::ContextOf;
 using orvane::HasFlag;
 using orvane::IsValidThread;
+using orvane::PageListOf;
 using orvane::PageOf;
 
 constexpr uint8_t kDefaultQuietRuns = 12;
@@ -54,11 +55,6 @@ bool IsJudgedPage(const STPageNode *pstPage)
     return pstPage->ucIsUcidPage != 0 || !HasFlag(pstPage, PAGE_FLAG_ALL_POST);
 }
 
-STTranManage *PageListOf(STWebPage *pstCtx, uint8_t ucListType)
-{
-    return ucListType == PAGE_LIST_ORDINARY ? &pstCtx->stPageNodeList : &pstCtx->stUcidPageNodeList;
-}
-
 // Delay from the DNS query when it began shortly before the page, else from
 // the page's first time. Unsigned on purpose: the daemon's clock is trusted.
 uint64_t PageDelay(const STPageNode *pstPage)
@@ -79,6 +75,20 @@ void ReportPage(STPageKQI *pstKQI)
 
 }  // namespace
 
+namespace orvane {
+
+void StopPageTimer(const char *pcFunc, uint32_t uiThreadID, STWebPage *pstCtx)
+{
+    LOG_TRACE_AS(pcFunc, uiThreadID, "Do not have any page, stop pagetimer.");
+    if (g_stWebPageTimer.pfStopPageTimer != nullptr && pstCtx->ulPageTimer != 0) {
+        LOG_TRACE_AS(pcFunc, uiThreadID, "stop pagetimer.");
+        (void)g_stWebPageTimer.pfStopPageTimer(pstCtx->ulPageTimer);
+        pstCtx->ulPageTimer = 0;
+    }
+}
+
+}  // namespace orvane
+
 extern "C" {
 
 uint32_t API_InitWebPageTimer(uint32_t uiThreadID, PFStartPageTimer pfStart, PFStopPageTimer pfStop)
@@ -96,13 +106,8 @@ uint32_t API_InitWebPageTimer(uint32_t uiThreadID, PFStartPageTimer pfStart, PFS
 
 void WebPageTimeOut(uint32_t uiThreadID)
 {
-    if (!IsValidThread(uiThreadID)) {
-        LOG_ERROR(uiThreadID, "ThreadID error.");
-        return;
-    }
-    STWebPage *pstCtx = ContextOf(uiThreadID);
+    STWebPage *pstCtx = orvane::ExistingContext(__func__, uiThreadID);
     if (pstCtx == nullptr) {
-        LOG_ERROR(uiThreadID, "g_pstWebPage[ucThreadID] is NULL.");
         return;
     }
     LOG_TRACE(uiThreadID, "Page timer out process.");
@@ -111,14 +116,8 @@ void WebPageTimeOut(uint32_t uiThreadID)
     if (uiLeft != 0 || uiUcidLeft != 0) {
         return;
     }
-    LOG_TRACE(uiThreadID, "Do not have any page, stop pagetimer.");
-    if (g_stWebPageTimer.pfStopPageTimer != nullptr && pstCtx->ulPageTimer != 0) {
-        LOG_TRACE(uiThreadID, "stop pagetimer.");
-        (void)g_stWebPageTimer.pfStopPageTimer(pstCtx->ulPageTimer);
-        pstCtx->ulPageTimer = 0;
-    }
-    LOG_TRACE(uiThreadID, "stPageNodePool Free Node num %u.", GetFreeNodeNum(&pstCtx->stPageNodePool));
-    LOG_TRACE(uiThreadID, "stMatchStrMemPool Free Node num %u.", GetFreeNodeNum(&pstCtx->stMatchStrMemPool));
+    orvane::StopPageTimer(__func__, uiThreadID, pstCtx);
+    orvane::LogPoolCounts(__func__, uiThreadID, pstCtx);
 }
 
 uint32_t ProcessPageListTimeOut(uint32_t uiThreadID, uint8_t ucProcType, uint8_t ucReport, uint8_t ucListType)

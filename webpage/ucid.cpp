@@ -6,10 +6,15 @@
 namespace {
 
 using orvane::ContextOf;
-using orvane::HasFlag;
 
 constexpr char kUcidMark[] = "/?ucid=";
 constexpr size_t kUcidMarkLen = sizeof(kUcidMark) - 1;
+
+constexpr orvane::TimeJoinLines kUcidTimeJoin{
+    "ucid  Page is webtype,match page with time is OK.",
+    "Match ucid page(webtype) with time is OK,Update page error.",
+    "Match ucid  page(webtype) with time is OK,Update page,PageID is %llu.",
+};
 
 }  // namespace
 
@@ -26,15 +31,10 @@ uint32_t IsUrlContainsUcid(char *pcText, uint16_t usLen, uint16_t usTermPos)
 
 uint64_t WebPageUcidMsgMatch(STEventInfo *pstInfo)
 {
-    if (pstInfo == nullptr) {
-        LOG_ERROR(LOG_TID_NONE, "para err.");
+    if (!orvane::RecordArgsOk(__func__, pstInfo, LOG_TID_NONE, "para err.", "ucThreadID err.")) {
         return 0;
     }
     const uint32_t uiTid = pstInfo->ucThreadID;
-    if (uiTid >= WEBPAGE_THREAD_NUM) {
-        LOG_ERROR(uiTid, "ucThreadID err.");
-        return 0;
-    }
     LOG_TRACE(uiTid, "****Match ucid webpage is begin*********************************.");
     const uint64_t ullPageID = CompareUcidMsgTime(pstInfo);
     LOG_TRACE(uiTid, "ucid  Time match, PageID = %llu.", (unsigned long long)ullPageID);
@@ -44,15 +44,10 @@ uint64_t WebPageUcidMsgMatch(STEventInfo *pstInfo)
 
 uint64_t CompareUcidMsgTime(STEventInfo *pstInfo)
 {
-    if (pstInfo == nullptr) {
-        LOG_ERROR(LOG_TID_ANY, "Para err.");
+    if (!orvane::RecordArgsOk(__func__, pstInfo, LOG_TID_ANY, "Para err.", "ucThreadID err.")) {
         return 0;
     }
     const uint32_t uiTid = pstInfo->ucThreadID;
-    if (uiTid >= WEBPAGE_THREAD_NUM) {
-        LOG_ERROR(uiTid, "ucThreadID err.");
-        return 0;
-    }
     LOG_TRACE(uiTid, "ucid match page with time.");
     STWebPage *pstCtx = ContextOf(uiTid);
     if (pstCtx == nullptr || IsListEmpty(&pstCtx->stUcidPageNodeList) != 0) {
@@ -60,30 +55,11 @@ uint64_t CompareUcidMsgTime(STEventInfo *pstInfo)
         return 0;
     }
 
+    // A UCID page is a web page by its type: no content test.
     const char *const pcFunc = __func__;
-    const uint64_t ullBegin = pstInfo->ullReqBeginTime;
     STPageNode *pstHit = orvane::FindInList<STPageNode>(&pstCtx->stUcidPageNodeList, [&](STPageNode *pstPage) {
-        if (pstPage->uiPageType != PAGE_TYPE_ASSOCIATE || !HasFlag(pstPage, PAGE_FLAG_SUCCESS)) {
-            return false;
-        }
-        // A request never joins a page that began after it.
-        if (ullBegin != 0 && pstPage->ullPageFirReq > ullBegin) {
-            return false;
-        }
-        if (CompareMsgTimeTransWithPage(ullBegin, pstInfo->ullReqEndTime, pstPage->ullPageLastReq,
-                                        pstPage->ullPageLastRsp, pstPage->enNetworkType,
-                                        pstInfo->usCauseCode) != 0) {
-            return false;
-        }
-        LOG_TRACE_AS(pcFunc, uiTid, "ucid  Page is webtype,match page with time is OK.");
-        pstInfo->uiMatchLevel = 1;
-        if (UpdatePageNode(pstPage, pstInfo, PAGE_TYPE_ASSOCIATE) != 0) {
-            LOG_ERROR_AS(pcFunc, uiTid, "Match ucid page(webtype) with time is OK,Update page error.");
-            return false;
-        }
-        LOG_TRACE_AS(pcFunc, uiTid, "Match ucid  page(webtype) with time is OK,Update page,PageID is %llu.",
-                     (unsigned long long)pstPage->uiPageID);
-        return true;
+        return orvane::MayJoinByTime(pstPage, pstInfo->ullReqBeginTime) &&
+               orvane::JoinByTransWindow(pstPage, pstInfo, pcFunc, kUcidTimeJoin);
     });
     if (pstHit != nullptr) {
         return pstHit->uiPageID;
@@ -94,12 +70,7 @@ uint64_t CompareUcidMsgTime(STEventInfo *pstInfo)
 
 uint64_t InsertUcidPageNode(STEventInfo *pstInfo, uint32_t uiPageType)
 {
-    if (pstInfo == nullptr) {
-        LOG_ERROR(LOG_TID_ANY, "para err!");
-        return 0;
-    }
-    if (pstInfo->ucThreadID >= WEBPAGE_THREAD_NUM) {
-        LOG_ERROR(pstInfo->ucThreadID, "ThreadID err!");
+    if (!orvane::RecordArgsOk(__func__, pstInfo, LOG_TID_ANY, "para err!", "ThreadID err!")) {
         return 0;
     }
     LOG_TRACE(pstInfo->ucThreadID, "Insert ucidpage node, pagetype is %u", uiPageType);
@@ -112,26 +83,13 @@ uint64_t InsertUcidPageNode(STEventInfo *pstInfo, uint32_t uiPageType)
 
 uint64_t UcidGetPageNodeByFlowInfo(STEventInfo *pstInfo)
 {
-    if (pstInfo == nullptr) {
-        LOG_ERROR(LOG_TID_ANY, "Para err.");
-        return 0;
-    }
-    const uint32_t uiTid = pstInfo->ucThreadID;
-    if (uiTid >= WEBPAGE_THREAD_NUM) {
-        LOG_ERROR(uiTid, "ucThreadID err.");
+    if (!orvane::RecordArgsOk(__func__, pstInfo, LOG_TID_ANY, "Para err.", "ucThreadID err.")) {
         return 0;
     }
     // No black-list test here: a UCID flow's responses always follow it.
-    STPageNode *pstPage = GetPageNodeByFlowInfo(pstInfo, PAGE_LIST_UCID);
-    if (pstPage != nullptr) {
-        LOG_TRACE(uiTid, "Match ucid process,Get page by flow is OK,PageID is %llu.",
-                  (unsigned long long)pstPage->uiPageID);
-        if (UpdatePageNode(pstPage, pstInfo, pstPage->uiPageType) == 0) {
-            return pstPage->uiPageID;
-        }
-    }
-    LOG_TRACE(uiTid, "Match fail process,Get page by flow is NOK,insert new page.");
-    return InsertUcidPageNode(pstInfo, PAGE_TYPE_SINGLE);
+    const STPageNode *pstPage = orvane::FlowPageTakingEvent(pstInfo, PAGE_LIST_UCID, __func__,
+                                                            "Match ucid process,Get page by flow is OK,PageID is %llu.");
+    return pstPage != nullptr ? pstPage->uiPageID : InsertUcidPageNode(pstInfo, PAGE_TYPE_SINGLE);
 }
 
 }  // extern "C"

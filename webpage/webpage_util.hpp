@@ -1,5 +1,6 @@
-// Small helpers shared by the page association sources: thread checks,
-// context and page access, case-insensitive text tests.
+// Small helpers shared by the page association sources: thread checks and
+// argument guards, context and page access, case-insensitive text tests, and
+// the steps several rules share.
 #ifndef ORVANE_WEBPAGE_UTIL_HPP
 #define ORVANE_WEBPAGE_UTIL_HPP
 
@@ -19,6 +20,45 @@ inline bool IsValidThread(uint32_t uiThreadArg) { return ThreadOf(uiThreadArg) <
 inline STWebPage *ContextOf(uint32_t uiThreadArg)
 {
     return IsValidThread(uiThreadArg) ? g_pstWebPage[ThreadOf(uiThreadArg)] : nullptr;
+}
+
+// Refuses a thread number out of range: pcLine at ERROR under that number.
+// The guards below log under pcFunc, the caller's name.
+inline bool ThreadOk(const char *pcFunc, uint32_t uiThreadArg, const char *pcLine)
+{
+    if (IsValidThread(uiThreadArg)) {
+        return true;
+    }
+    LOG_ERROR_AS(pcFunc, uiThreadArg, "%s", pcLine);
+    return false;
+}
+
+// The opening guard of the operations that take a working record: a missing
+// record, or another argument missing (bOthersPresent false), is refused with
+// pcNullLine under uiNullTid (silently when pcNullLine is null); then the
+// record's thread number as in ThreadOk. True when the caller may go on.
+inline bool RecordArgsOk(const char *pcFunc, const STEventInfo *pstInfo, bool bOthersPresent, uint32_t uiNullTid,
+                         const char *pcNullLine, const char *pcThreadLine)
+{
+    if (pstInfo == nullptr || !bOthersPresent) {
+        if (pcNullLine != nullptr) {
+            LOG_ERROR_AS(pcFunc, uiNullTid, "%s", pcNullLine);
+        }
+        return false;
+    }
+    return ThreadOk(pcFunc, pstInfo->ucThreadID, pcThreadLine);
+}
+
+inline bool RecordArgsOk(const char *pcFunc, const STEventInfo *pstInfo, uint32_t uiNullTid, const char *pcNullLine,
+                         const char *pcThreadLine)
+{
+    return RecordArgsOk(pcFunc, pstInfo, true, uiNullTid, pcNullLine, pcThreadLine);
+}
+
+// The ordinary page list, or the UCID pages' for PAGE_LIST_UCID.
+inline STTranManage *PageListOf(STWebPage *pstCtx, uint8_t ucListType)
+{
+    return ucListType == PAGE_LIST_ORDINARY ? &pstCtx->stPageNodeList : &pstCtx->stUcidPageNodeList;
 }
 
 inline STPageNode *PageOf(STTranNode *pstNode) { return NodeData<STPageNode>(pstNode); }
@@ -79,6 +119,21 @@ inline bool ContainsNoCase(const char *pcText, const char *pcNeedle, size_t need
     return false;
 }
 
+inline unsigned long long Llu(uint64_t v) { return static_cast<unsigned long long>(v); }
+
+inline size_t Smaller(size_t a, size_t b) { return a < b ? a : b; }
+
+// Copies a text into a fixed array of usMax characters (plus NUL), cut at
+// that capacity and terminated at the kept length, which it returns. The
+// source is read for no more than usMax bytes, whatever length it claims.
+inline uint16_t CopyCut(char *pcDst, uint16_t usMax, const void *pSrc, uint16_t usLen)
+{
+    const uint16_t usKeep = usLen < usMax ? usLen : usMax;
+    ORV_MEMCPY(pcDst, usMax, pSrc, usKeep);
+    pcDst[usKeep] = '\0';
+    return usKeep;
+}
+
 // Length of a configured text held in a fixed array (at most its size).
 inline size_t BoundedLen(const char *pcText, size_t max)
 {
@@ -87,6 +142,37 @@ inline size_t BoundedLen(const char *pcText, size_t max)
         ++n;
     }
     return n;
+}
+
+// With no page left on either list: logs so and stops the running page
+// timer, if one is registered and started; lines carry pcFunc. Defined with
+// the timer run in timeout.cpp; the release entry points share it.
+void StopPageTimer(const char *pcFunc, uint32_t uiThreadID, STWebPage *pstCtx);
+
+// The thread's context for the entry points that need an existing one; logs
+// "ThreadID error." or "g_pstWebPage[ucThreadID] is NULL." under pcFunc.
+inline STWebPage *ExistingContext(const char *pcFunc, uint32_t uiThreadID)
+{
+    if (!IsValidThread(uiThreadID)) {
+        LOG_ERROR_AS(pcFunc, uiThreadID, "ThreadID error.");
+        return nullptr;
+    }
+    STWebPage *pstCtx = g_pstWebPage[ThreadOf(uiThreadID)];
+    if (pstCtx == nullptr) {
+        LOG_ERROR_AS(pcFunc, uiThreadID, "g_pstWebPage[ucThreadID] is NULL.");
+    }
+    return pstCtx;
+}
+
+// The two pools' free counts at TRACE, under pcFunc.
+inline void LogPoolCounts(const char *pcFunc, uint32_t uiThreadID, const STWebPage *pstCtx)
+{
+    if (g_enSDKLogLevel <= LOG_LEVEL_TRACE) {
+        SDKLog(uiThreadID, LOG_LEVEL_TRACE, __FILE__, pcFunc, (uint32_t)__LINE__, "stPageNodePool Free Node num %u.",
+               GetFreeNodeNum(&pstCtx->stPageNodePool));
+        SDKLog(uiThreadID, LOG_LEVEL_TRACE, __FILE__, pcFunc, (uint32_t)__LINE__,
+               "stMatchStrMemPool Free Node num %u.", GetFreeNodeNum(&pstCtx->stMatchStrMemPool));
+    }
 }
 
 // Gives a page without a first time its start from the event: the request's
@@ -123,11 +209,55 @@ inline bool IsWebTypeAndNotBlack(STEventInfo *pstInfo)
                        pstInfo->usContentTypeLen, CONTENT_TYPE_MAX_LEN) == 0;
 }
 
-// The event side of a compare record (keys, lengths, capacities, texts),
-// logged under pcFunc; and its ports and addresses. Defined with the
+// The page the flow is tied to on the given list, when it takes the event
+// (logged with pcFoundLine and the page ID); otherwise null, after the line
+// saying a new page will be made. Lines carry pcFunc. Defined with the match
+// driver's fallback in match_driver.cpp; the UCID response path shares it.
+STPageNode *FlowPageTakingEvent(STEventInfo *pstInfo, uint8_t ucListType, const char *pcFunc,
+                                const char *pcFoundLine);
+
+// What the time-only rules log when a page's transaction window fits.
+struct TimeJoinLines {
+    const char *pcMatched;      // TRACE: the window fits
+    const char *pcUpdateError;  // ERROR: the page refused the event
+    const char *pcUpdated;      // TRACE format, with the page ID: the page took it
+};
+
+// A page the time-only rules may consider: an associate page whose main
+// response succeeded and that did not begin after the request.
+inline bool MayJoinByTime(const STPageNode *pstPage, uint64_t ullReqBegin)
+{
+    return pstPage->uiPageType == PAGE_TYPE_ASSOCIATE && HasFlag(pstPage, PAGE_FLAG_SUCCESS) &&
+           (ullReqBegin == 0 || pstPage->ullPageFirReq <= ullReqBegin);
+}
+
+// Joins the event to the page when it falls in the transaction window;
+// true once the page took it. Defined in time_window.cpp; the UCID pages'
+// time match shares it.
+bool JoinByTransWindow(STPageNode *pstPage, STEventInfo *pstInfo, const char *pcFunc, const TimeJoinLines &stLines);
+
+// Points the compare record at the list to walk and fills its event side
+// (keys, lengths, capacities, texts), logged under pcFunc; returns 1 when the
+// event has none of the three texts, so there is nothing to compare, else 0.
+// FillCompareEndpoints: the record's ports and addresses. Defined with the
 // main-request rules in main_req_compare.cpp; the sub-request rules share them.
-void FillCompareInfo(STEventInfo *pstInfo, STCompareInfo *pstCompare, const char *pcFunc);
+uint32_t FillCompareInfo(STEventInfo *pstInfo, STCompareInfo *pstCompare, STTranManage *pstList, const char *pcFunc);
 void FillCompareEndpoints(const STEventInfo *pstInfo, STCompareInfo *pstCompare);
+
+// The text tests of the location and URL rules, main or sub: a saved key of
+// 0 never matches; otherwise the event's key or the text equivalence decides.
+inline bool UrlIsLocation(STCompareInfo *pstCompare, uint32_t uiLocationKey, char *pcLocation, uint16_t usLocationLen)
+{
+    return uiLocationKey != 0 && (uiLocationKey == pstCompare->uiURLKey ||
+                                  IsUrlSameAsLocation(pstCompare, pcLocation, usLocationLen) == 1);
+}
+
+inline bool RefererIsUrl(STCompareInfo *pstCompare, uint32_t uiURLKey, char *pcURL, uint16_t usURLLen,
+                         const char *pcHost, uint16_t usHostLen)
+{
+    return uiURLKey != 0 && (uiURLKey == pstCompare->uiRefererKey ||
+                             IsRefererSameAsUrl(pstCompare, pcURL, usURLLen, pcHost, usHostLen) == 1);
+}
 
 }  // namespace orvane
 
