@@ -140,10 +140,10 @@ inline std::string Composite(ByteReader &in, int field)
 
 inline void ReadString(ByteReader &in, int field, FuzzString &out)
 {
-    const uint8_t spec = in.U8();
-    const uint8_t arg = spec >> 3;
+    const uint8_t shape = in.U8();
+    const uint8_t arg = shape >> 3;
     std::string s;
-    switch (spec & 7) {
+    switch (shape & 7) {
     case 0:
         s = field == kLocation ? Pick(Schemes(), arg) + Pick(Hosts(), arg >> 2) + "/" : Pick(VocabOf(field), arg);
         break;
