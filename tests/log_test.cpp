@@ -22,8 +22,8 @@ protected:
     void SetUp() override
     {
         g_lines.clear();
-        g_funcDaemonSDKLog = nullptr;
         g_enSDKLogLevel = LOG_LEVEL_TRACE;
+        ASSERT_EQ(API_InitSDKLog(Collect), 0u);
     }
     void TearDown() override
     {
@@ -32,26 +32,14 @@ protected:
     }
 };
 
-TEST_F(LogTest, WithoutCallbackNothingIsProducedAndNothingFails)
-{
-    SDKLog(0, LOG_LEVEL_ERROR, "f.c", "Func", 1, "x");
-    EXPECT_EQ(API_InitSDKLog(nullptr), 1u);
-    EXPECT_EQ(g_funcDaemonSDKLog, nullptr);
-}
-
 TEST_F(LogTest, ThresholdFiltersByLevel)
 {
-    ASSERT_EQ(API_InitSDKLog(Collect), 0u);
-    struct Row {
-        uint32_t threshold;
-        uint32_t level;
-        bool produced;
-    } rows[] = {
+    const struct { uint32_t threshold, level; bool produced; } rows[] = {
         {0, LOG_LEVEL_TRACE, true}, {1, LOG_LEVEL_TRACE, false}, {1, LOG_LEVEL_INFO, true},
         {1, LOG_LEVEL_ERROR, true}, {2, LOG_LEVEL_INFO, false},  {2, LOG_LEVEL_ERROR, true},
         {3, LOG_LEVEL_ERROR, false}, {0, 3, false},               {0, 0xFFFFFFFFu, false},
     };
-    for (const Row &r : rows) {
+    for (const auto &r : rows) {
         g_lines.clear();
         g_enSDKLogLevel = r.threshold;
         SDKLog(1, r.level, "a.c", "F", 2, "m");
@@ -59,12 +47,15 @@ TEST_F(LogTest, ThresholdFiltersByLevel)
     }
     g_lines.clear();
     SDKLog(1, LOG_LEVEL_ERROR, "a.c", "F", 2, nullptr);
+    EXPECT_EQ(API_InitSDKLog(nullptr), 1u);  // keeps the callback it had
+    EXPECT_EQ(g_funcDaemonSDKLog, &Collect);
+    g_funcDaemonSDKLog = nullptr;
+    SDKLog(1, LOG_LEVEL_ERROR, "a.c", "F", 2, "m");  // dropped, and nothing fails
     EXPECT_TRUE(g_lines.empty());
 }
 
 TEST_F(LogTest, LineFormatAndThreadNumberReduction)
 {
-    API_InitSDKLog(Collect);
     SDKLog(3, LOG_LEVEL_INFO, "src\\webpage.c", "GetReqEventInfo", 1170, "abc");
     SDKLog(255, LOG_LEVEL_ERROR, "x.c", "F", 1, "m");
     SDKLog(256, LOG_LEVEL_TRACE, "x.c", "F", 1, "m");
@@ -79,7 +70,6 @@ TEST_F(LogTest, LineFormatAndThreadNumberReduction)
 
 TEST_F(LogTest, MessageAndLineAreCut)
 {
-    API_InitSDKLog(Collect);
     const std::string msg(600, 'm');
     SDKLog(0, LOG_LEVEL_ERROR, "f.c", "F", 7, "%s", msg.c_str());
     ASSERT_EQ(g_lines.size(), 1u);
@@ -94,17 +84,14 @@ TEST_F(LogTest, MessageAndLineAreCut)
 
 TEST_F(LogTest, FileNameTakesTailAfterLastBackslash)
 {
-    struct Row {
-        const char *path;
-        const char *expect;
-    } rows[] = {
+    const struct { const char *path, *expect; } rows[] = {
         {"dir\\sub\\webpage.c", "webpage.c"},
         {"/usr/src/webpage.c", "/usr/src/webpage.c"},  // forward slashes are not separators
         {"0123456789012345678901234567890123456789", "89012345678901234567890123456789"},
         {"dir\\", ""},
         {"abcdefghijklmnopqrstuvwxyz0123456", "bcdefghijklmnopqrstuvwxyz0123456"},  // 33 chars
     };
-    for (const Row &r : rows) {
+    for (const auto &r : rows) {
         char out[33] = {0};
         GetFileName(r.path, out, sizeof(out));
         EXPECT_STREQ(out, r.expect) << r.path;
@@ -118,10 +105,8 @@ TEST_F(LogTest, BoundedCopiesActOnTheSmallerOfCapacityAndCount)
 {
     char src[32];
     std::memset(src, 'S', sizeof(src));
-    struct Row {
-        uint32_t cap, count, touched;
-    } rows[] = {{10, 20, 10}, {20, 10, 10}, {0, 5, 0}};
-    for (const Row &r : rows) {
+    const struct { uint32_t cap, count, touched; } rows[] = {{10, 20, 10}, {20, 10, 10}, {0, 5, 0}};
+    for (const auto &r : rows) {
         char dst[32];
         std::memset(dst, '.', sizeof(dst));
         EXPECT_EQ(SF_MEMCPY_Ex(dst, src, r.cap, r.count, "f", "g", 1), dst);

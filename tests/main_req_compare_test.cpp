@@ -26,12 +26,8 @@ struct Record {
     }
 };
 
-struct Equivalence {
-    const char *name;
-    std::string host, eventText, pageText;  // event URL or referer; page location or URL
-    uint16_t port;
-    uint8_t same;
-};
+// The event's URL or referer against the page's location or URL.
+struct Equivalence { const char *name; std::string host, eventText, pageText; uint16_t port; uint8_t same; };
 
 const std::string kLongUrl = "h.example/" + std::string(200, 'p');
 
@@ -97,11 +93,7 @@ TEST(Equivalence, TextsAreTerminatedAtTheirLengths)
 
 TEST(Equivalence, PortSpellingIsBounded)
 {
-    const struct {
-        std::string path;
-        uint16_t port, max;
-        const char *text;
-    } cases[] = {
+    const struct { std::string path; uint16_t port, max; const char *text; } cases[] = {
         {"abc", 8080, 129, ":8080/abc"},
         {"/abc", 8080, 129, ":8080/abc"},
         {"", 443, 129, ":443"},
@@ -150,13 +142,8 @@ protected:
 
 TEST_F(MainRuleTest, WhichFollowingRequestJoinsThePage)
 {
-    const struct {
-        const char *name;
-        uint32_t openCode;
-        const char *openLocation;
-        Event follow;
-        bool joins;
-    } cases[] = {
+    struct Case { const char *name; uint32_t openCode; const char *openLocation; Event follow; bool joins; };
+    const Case cases[] = {
         {"referer is the page URL", 200, "", Follow("img.example", "logo.png", "www.example/index.html", "image/png", 3 * kSec), true},
         {"referer is another page of the host", 200, "", Follow("img.example", "logo.png", "www.example/other.html", "image/png", 3 * kSec), false},
         {"referer past its window", 200, "", Follow("img.example", "logo.png", "www.example/index.html", "image/png", 3600 * kMs), false},
@@ -232,26 +219,6 @@ TEST_F(MainRuleTest, HostSecondChanceIsForResourcesOnly)
         g_auiTimeThreshold[TIME_THRESHOLD_REFERER_REFERER * 4] = 10000;
         const uint64_t page = Open(200, "", ++flow);
         EXPECT_EQ(Send(++flow, Follow("www.example", uri, "", type, 5 * kSec)) == page, joins) << uri;
-    }
-}
-
-TEST_F(MainRuleTest, LocationHandOverMovesOnlyRedirectLocations)
-{
-    InitThreads({0});
-    STPageNode *p = FindPage(0, Open(302, "https://a.example/x"));
-    ASSERT_NE(p, nullptr);
-    STFlowInfo flow{};
-    for (uint16_t code : {302, 200}) {
-        STEventInfo ev;
-        InitPageProcessInfo(0, &flow, &ev);
-        ev.usCauseCode = code;
-        std::strcpy(ev.acLocation, "b.example/y");
-        ev.usLocationLen = 11;
-        ev.uiLocationHashKey = 1234;
-        SpecialProcUrlWithMainReqLocation(p, &ev);
-        EXPECT_EQ(p->uiLocationKey, 1234u) << code;  // a 200 keeps the key the 302 gave
-        EXPECT_EQ(ev.usLocationLen == 0 && ev.uiLocationHashKey == 0, code == 302) << code;
-        EXPECT_STREQ(p->acLocation, code == 302 ? "b.example/y" : "") << code;
     }
 }
 

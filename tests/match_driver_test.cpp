@@ -14,7 +14,7 @@ protected:
     int LineOf(const std::string &text) const
     {
         const auto &logs = Sinks().logs;
-        auto it = std::find_if(logs.begin(), logs.end(), [&](auto &l) { return l.line.find(text) != std::string::npos; });
+        auto it = std::find_if(logs.begin(), logs.end(), [&](auto &l) { return l.line.find(text) != l.line.npos; });
         return it == logs.end() ? -1 : static_cast<int>(it - logs.begin());
     }
 };
@@ -97,21 +97,20 @@ TEST_F(MatchDriverTest, RequestWithoutAnyKeyIsRefusedByTheRulesButGetsAPage)
     EXPECT_EQ(OpenPages(0), 1u);
 }
 
+// A response on an untied flow and flash content get single pages.
 TEST_F(MatchDriverTest, FallbackPageTypes)
 {
     InitThreads({0});
-    // A response on an untied flow makes a single page.
-    const uint64_t rsp = Send(1, Rsp(200, kT0));
-    ASSERT_NE(FindPage(0, rsp), nullptr);
-    EXPECT_EQ(FindPage(0, rsp)->uiPageType, static_cast<uint32_t>(PAGE_TYPE_SINGLE));
-    // Flash content never opens a web page.
-    Event flash = Req("media.example.net", "/movie.SWF", kT0 + 60 * kSec);
-    const uint64_t swf = Send(2, flash);
-    ASSERT_NE(FindPage(0, swf), nullptr);
-    EXPECT_EQ(FindPage(0, swf)->uiPageType, static_cast<uint32_t>(PAGE_TYPE_SINGLE));
-    const uint64_t web = Send(3, Req("www.example.com", "/", kT0 + 120 * kSec));
-    ASSERT_NE(FindPage(0, web), nullptr);
-    EXPECT_EQ(FindPage(0, web)->uiPageType, static_cast<uint32_t>(PAGE_TYPE_ASSOCIATE));
+    const std::pair<Event, uint32_t> rows[] = {
+        {Rsp(200, kT0), PAGE_TYPE_SINGLE},
+        {Req("media.example.net", "/movie.SWF", kT0 + 60 * kSec), PAGE_TYPE_SINGLE},
+        {Req("www.example.com", "/", kT0 + 120 * kSec), PAGE_TYPE_ASSOCIATE}};
+    int flow = 0;
+    for (const auto &[ev, type] : rows) {
+        const STPageNode *page = FindPage(0, Send(++flow, ev));
+        ASSERT_NE(page, nullptr) << flow;
+        EXPECT_EQ(page->uiPageType, type) << flow;
+    }
 }
 
 }  // namespace

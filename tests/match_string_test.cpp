@@ -1,5 +1,6 @@
-// Saved match strings: which strings an event leaves on its page, the level
-// bound, refreshing to the tail, and the fixed pool they share.
+// Saved match strings: which strings an event leaves on its page, refreshing
+// to the tail, and the fixed pool they share (the level bound shows in the
+// referer chain of the sub-request rules).
 #include <cstring>
 #include <tuple>
 
@@ -59,24 +60,6 @@ protected:
     uint64_t pageID_ = 0;
     STPageNode *page_ = nullptr;
 };
-
-TEST_F(MatchStringTest, LevelBoundsWhatIsSaved)
-{
-    const struct {
-        uint32_t eventLevel;
-        size_t saved;
-    } cases[] = {{0, 1}, {3, 1}, {4, 0}, {MATCH_LEVEL_NONE, 0}};
-    for (const auto &c : cases) {
-        STEventInfo ev = Working(c.eventLevel, kT0 + kSec);
-        SetReferer(ev, "r" + std::to_string(c.eventLevel) + ".example/p");
-        const size_t before = page_->stRefererList.uiNodeNum;
-        SaveStringCommon(&ev);
-        ASSERT_EQ(page_->stRefererList.uiNodeNum - before, c.saved) << c.eventLevel;
-        if (c.saved != 0) {
-            EXPECT_EQ(Strings(page_->stRefererList).back().uiMatchLevel, c.eventLevel + 1);
-        }
-    }
-}
 
 TEST_F(MatchStringTest, FirstRequestStringsAndTimelessEventsSaveNothing)
 {

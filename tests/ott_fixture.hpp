@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <ostream>
 #include <string>
@@ -89,11 +90,13 @@ protected:
         return pools_.back();
     }
 
-    uint32_t Record(STOttFlow &flow, const STOttTrans &a)
+    // Records one or two transactions on a flow in one call.
+    uint32_t Record(STOttFlow &flow, const STOttTrans &a, const STOttTrans *b = nullptr)
     {
         STOttTransInput in{};
         in.astTrans[0] = a;
-        in.ucTransNum = 1;
+        in.astTrans[1] = b != nullptr ? *b : STOttTrans{};
+        in.ucTransNum = b != nullptr ? 2 : 1;
         return API_OTTTransProcess(&in, pool_, &flow);
     }
 
@@ -113,12 +116,8 @@ protected:
 
     bool Logged(const std::string &text) const
     {
-        for (const std::string &l : Lines()) {
-            if (l.find(text) != std::string::npos) {
-                return true;
-            }
-        }
-        return false;
+        return std::any_of(Lines().begin(), Lines().end(),
+                           [&](const std::string &l) { return l.find(text) != std::string::npos; });
     }
 
     CMemPool *pool_ = nullptr;

@@ -14,12 +14,8 @@ const Interval A{100, 200, 1}, B{300, 400, 2}, C{500, 600, 4};
 
 TEST_F(OttTest, MergeIntervalCases)
 {
-    struct Row {
-        const char *name;
-        Ivs list;
-        Interval add;  // payload 8 unless stated, so sums show who absorbed whom
-        Ivs want;
-    } rows[] = {
+    // The added payload is 8 unless stated, so sums show who absorbed whom.
+    struct Row { const char *name; Ivs list; Interval add; Ivs want; } rows[] = {
         {"overlaps the only node", {A}, {150, 300, 8}, {{100, 300, 9}}},
         {"spans two nodes", {A, B}, {150, 500, 8}, {{100, 500, 11}}},
         {"spans three nodes", {A, B, C}, {150, 550, 8}, {{100, 600, 15}}},
@@ -60,11 +56,7 @@ TEST_F(OttTest, MergeIntervalCases)
 
 TEST_F(OttTest, SpeedSumsEachDirectionAndEmptiesTheSession)
 {
-    struct Row {
-        const char *name;
-        Ivs up;
-        uint64_t payload, duration;
-    } rows[] = {
+    struct Row { const char *name; Ivs up; uint64_t payload, duration; } rows[] = {
         {"all counted", {A, B}, 3, 200},
         // A node without a valid interval gives its payload, not its time, and ends the walk.
         {"begin zero", {{0, 50, 1}, A}, 1, 0},
@@ -84,20 +76,6 @@ TEST_F(OttTest, SpeedSumsEachDirectionAndEmptiesTheSession)
         EXPECT_EQ(session_.stUpTransList.uiNodeNum + session_.stDwTransList.uiNodeNum, 0u);
         EXPECT_EQ(GetFreeNodeNum(pool_), kPoolNodes);
     }
-}
-
-TEST_F(OttTest, AbsentArgumentsChangeNothing)
-{
-    Place(session_.stUpTransList, {A});
-    EXPECT_EQ(API_OTTTransMerge(pool_, &session_, &flow_), OTT_RET_NOTHING);
-    EXPECT_EQ(API_OTTTransMerge(nullptr, &session_, &flow_), OTT_RET_PARAM);
-    EXPECT_EQ(API_OTTTransMerge(pool_, &session_, nullptr), OTT_RET_PARAM);
-    uint64_t v[4] = {9, 9, 9, 9};
-    EXPECT_EQ(API_OTTTransSpeed(nullptr, &session_, &v[0], &v[1], &v[2], &v[3]), OTT_RET_PARAM);
-    EXPECT_EQ(API_OTTTransSpeed(pool_, nullptr, &v[0], &v[1], &v[2], &v[3]), OTT_RET_PARAM);
-    EXPECT_EQ(API_OTTTransSpeed(pool_, &session_, &v[0], &v[1], &v[2], nullptr), OTT_RET_PARAM);
-    EXPECT_EQ(v[0] + v[1] + v[2] + v[3], 36u);
-    EXPECT_EQ(session_.stUpTransList.uiNodeNum, 1u);
 }
 
 // Brute force: the busy time of a set of intervals.

@@ -38,6 +38,15 @@ protected:
     {
         return Send(flow, At("www.example", "index.html", 0, referHost, referPath, "text/html"));
     }
+    // The page's image answers with a redirect, which the page saves as a location.
+    void RedirectImage(uint64_t page)
+    {
+        Event img = At("img.example", "a.png", 3 * kSec, "www.example", "index.html");
+        img.code = 302;
+        img.location = "https://cdn.example/a.png";
+        ASSERT_EQ(Send(2, img), page);
+        ASSERT_EQ(FindPage(0, page)->stLocationList.uiNodeNum, 1u);
+    }
 };
 
 // Each resource refers to the one before it, 3 s apart: too late for the time
@@ -63,12 +72,8 @@ TEST_F(SubRuleTest, SavedLocationLeadsOneRequestOnly)
 {
     InitThreads({0});
     const uint64_t page = Open();
-    Event img = At("img.example", "a.png", 3 * kSec, "www.example", "index.html");
-    img.code = 302;
-    img.location = "https://cdn.example/a.png";
-    ASSERT_EQ(Send(2, img), page);
+    RedirectImage(page);
     STPageNode *p = FindPage(0, page);
-    ASSERT_EQ(p->stLocationList.uiNodeNum, 1u);
     const uint32_t freeBefore = GetFreeNodeNum(&Ctx(0)->stMatchStrMemPool);
 
     EXPECT_EQ(Send(3, At("cdn.example", "a.png", 10 * kSec)), page);
@@ -80,28 +85,20 @@ TEST_F(SubRuleTest, SavedLocationLeadsOneRequestOnly)
 
 TEST_F(SubRuleTest, SavedHostWindow)
 {
-    const struct {
-        uint64_t delay;
-        bool joins;
-    } cases[] = {{5500 * kMs, true}, {6500 * kMs, false}};
+    const std::pair<uint64_t, bool> delayJoins[] = {{5500 * kMs, true}, {6500 * kMs, false}};
     int flow = 0;
-    for (const auto &c : cases) {
+    for (const auto &[delay, joins] : delayJoins) {
         ResetLibrary();
         InitThreads({0});
         const uint64_t page = Open("", "", ++flow);
         ASSERT_EQ(Send(++flow, At("api.example", "data.json", 3 * kSec, "www.example", "index.html")), page);
-        EXPECT_EQ(Send(++flow, At("api.example", "more.json", c.delay)) == page, c.joins) << c.delay;
+        EXPECT_EQ(Send(++flow, At("api.example", "more.json", delay)) == page, joins) << delay;
     }
 }
 
 TEST_F(SubRuleTest, SameRefererAsTheMainRequest)
 {
-    const struct {
-        const char *name;
-        uint64_t delay;
-        const char *type;
-        bool joins, opensByReferer;
-    } cases[] = {
+    const struct { const char *name; uint64_t delay; const char *type; bool joins, opensByReferer; } cases[] = {
         {"inside the window", 1 * kSec, "text/html", true, false},
         {"late web page opens its own", 3 * kSec, "text/html", false, true},
         {"late resource", 3 * kSec, "image/png", false, false},
@@ -124,10 +121,7 @@ TEST_F(SubRuleTest, OnlyTheNewestWebPageLendsItsStrings)
 {
     InitThreads({0});
     const uint64_t older = Open();
-    Event img = At("img.example", "a.png", 3 * kSec, "www.example", "index.html");
-    img.code = 302;
-    img.location = "https://cdn.example/a.png";
-    ASSERT_EQ(Send(2, img), older);
+    RedirectImage(older);
     const uint64_t newer = Send(3, At("other.example", "index.html", 8 * kSec, "", "", "text/html"));
     ASSERT_NE(newer, older);
     // Inside the older page's location window, but only the newer page is consulted.
@@ -135,28 +129,25 @@ TEST_F(SubRuleTest, OnlyTheNewestWebPageLendsItsStrings)
     EXPECT_EQ(FindPage(0, older)->stLocationList.uiNodeNum, 1u);
 }
 
+// A request without a host opens a page when it is of web type and does not
+// name its own host as referer.
 TEST_F(SubRuleTest, RequestWithoutHostOpensAWebPage)
 {
     InitThreads({0});
-    STFlowInfo flow{};
     STEventInfo ev;
-    InitPageProcessInfo(0, &flow, &ev);
-    std::strcpy(ev.acURL, "/a.html");
-    ev.usURLLen = 7;
+    InitPageProcessInfo(0, &Flow(1), &ev);
+    ev.usURLLen = static_cast<uint16_t>(std::strlen(std::strcpy(ev.acURL, "/a.html")));
     std::strcpy(ev.acContentType, "text/html");
-    ev.usContentTypeLen = 9;
-    ev.usCauseCode = 200;
+    std::strcpy(ev.acRefererUrl, "x.example");
     ev.uiReqMethod = WEBPAGE_METHOD_GET;
     ev.ullReqBeginTime = kT0;
-    std::strcpy(ev.acRefererUrl, "x.example");
-    ev.usRefererUrlLen = 9;
-    ev.uiHostHashKey = ev.uiRefererHashKey = 77;  // names itself as referer
-    EXPECT_EQ(ProcessSpecialUri(&ev), 0u);
-    ev.usRefererUrlLen = 0;
-    ev.usContentTypeLen = 0;  // not of web type
-    EXPECT_EQ(ProcessSpecialUri(&ev), 0u);
-    ev.usContentTypeLen = 9;
-    EXPECT_NE(ProcessSpecialUri(&ev), 0u);
+    ev.uiHostHashKey = ev.uiRefererHashKey = 77;
+    const struct { uint16_t refererLen, typeLen; bool opens; } rows[] = {{9, 9, false}, {0, 0, false}, {0, 9, true}};
+    for (const auto &r : rows) {
+        ev.usRefererUrlLen = r.refererLen;
+        ev.usContentTypeLen = r.typeLen;
+        EXPECT_EQ(ProcessSpecialUri(&ev) != 0, r.opens) << r.refererLen << " " << r.typeLen;
+    }
     EXPECT_EQ(OpenPages(0), 1u);
 }
 

@@ -1,5 +1,6 @@
 // Time windows: bounds per compare type, threshold columns and fallbacks,
 // the 407 doubling, and the time-only page match.
+#include <algorithm>
 #include <cstring>
 
 #include "daemon_fixture.hpp"
@@ -10,11 +11,11 @@ namespace {
 constexpr uint32_t kIn = 0, kOut = COMPARE_OUTSIDE;
 constexpr uint64_t kX = 100 * kSec, kY = 101 * kSec, kOld = 80 * kSec, kSame = ~0ull;
 
+// Begin B (end E, the same unless given) against references X and Y; network, causes and first time F.
 struct Row {
     uint32_t type;
     uint64_t B, X, Y;
-    uint32_t expect;
-    uint32_t net = 0;
+    uint32_t expect, net = 0;
     uint16_t pageCause = 0, eventCause = 0;
     uint64_t E = kSame, F = 0;
 };
@@ -157,10 +158,9 @@ TEST_F(AllPageTimeMatchTest, NewestPageInItsWindowTakesTheEventAndFailedUpdatesP
     ev.pstFlowInfo = nullptr;  // the update reports the missing flow area as a failure
     EXPECT_EQ(CompareMsgTimeWithAllPageNode(&ev), 0u);
     const std::string failed = "[CompareMsgTimeWithAllPageNode]Match page(webtype) with time is OK,Update page error.";
-    size_t errors = 0;
-    for (const CapturedLog &l : Sinks().logs)
-        errors += l.line.find(failed) != std::string::npos;
-    EXPECT_EQ(errors, 2u);
+    EXPECT_EQ(std::count_if(Sinks().logs.begin(), Sinks().logs.end(),
+                            [&](const CapturedLog &l) { return l.line.find(failed) != std::string::npos; }),
+              2);  // the failed update passes the event on to the older page
 }
 
 TEST_F(AllPageTimeMatchTest, WebRequestNearAnAppPageOpensItsOwnPage)

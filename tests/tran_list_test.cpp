@@ -49,65 +49,43 @@ protected:
     KeyNode nodes[4];
 };
 
-TEST_F(ListTest, SingleNodeLinksToItself)
+TEST_F(ListTest, HeadInsertionReversesOrderAndRemovalMovesTheHead)
 {
-    AddTail({0});
-    EXPECT_EQ(N(0)->pstNext, N(0));
+    ASSERT_EQ(InsertNodeHead(N(0), &list), 0u);
+    EXPECT_EQ(N(0)->pstNext, N(0));  // a lone node links to itself
     EXPECT_EQ(N(0)->pstPrev, N(0));
-    EXPECT_EQ(GetNodeTail(&list), N(0));
     EXPECT_EQ(IsListEmpty(&list), 0u);
-}
-
-TEST_F(ListTest, HeadInsertionReversesOrder)
-{
-    for (int i : {0, 1, 2}) {
-        ASSERT_EQ(InsertNodeHead(N(i), &list), 0u);
-    }
+    ASSERT_EQ(InsertNodeHead(N(1), &list), 0u);
+    ASSERT_EQ(InsertNodeHead(N(2), &list), 0u);
     EXPECT_EQ(Walk(list), "CBA");
     EXPECT_EQ(GetNodeTail(&list), N(0));
-}
-
-TEST_F(ListTest, RemovalMovesHeadAndEmptiesList)
-{
-    AddTail({0, 1, 2});
-    ASSERT_EQ(RemoveNode(N(0), &list), 0u);
-    EXPECT_EQ(list.pstHead, N(1));
-    EXPECT_EQ(N(0)->pstNext, nullptr);
     ASSERT_EQ(RemoveNode(N(2), &list), 0u);
+    EXPECT_EQ(list.pstHead, N(1));
+    EXPECT_EQ(N(2)->pstNext, nullptr);
+    ASSERT_EQ(RemoveNode(N(0), &list), 0u);
     ASSERT_EQ(RemoveNode(N(1), &list), 0u);
     EXPECT_EQ(list.pstHead, nullptr);
-    EXPECT_EQ(list.uiNodeNum, 0u);
-    EXPECT_EQ(RemoveNode(N(1), &list), 1u);  // empty list
+    EXPECT_EQ(IsListEmpty(&list), 1u);
+    EXPECT_EQ(RemoveNode(N(1), &list), 1u);
 }
 
-TEST_F(ListTest, OrderedInsertPlacesBeforeMatchOrAtTail)
+TEST_F(ListTest, OrderedInsertPlacesBeforeMatchOrAtTailAndSeekFindsByKey)
 {
-    struct Row {
-        uint32_t key;
-        const char *expect;
-    } rows[] = {{20, "ADBC"}, {10, "ABCD"}, {99, "ABCD"}};
-    for (const Row &r : rows) {
+    const struct { uint32_t key; const char *expect; } rows[] = {{20, "ADBC"}, {10, "ABCD"}, {99, "ABCD"}};
+    for (const auto &r : rows) {
         SetUp();
         AddTail({0, 1, 2});
         ASSERT_EQ(InsertNodeOrderByKey(&r.key, N(3), &list), 0u);
         EXPECT_EQ(Walk(list), r.expect) << r.key;
         EXPECT_EQ(GetListTranNodeNum(&list), 4u);
     }
-    STTranManage noRoutine;
-    InitSTTranManage(nullptr, &noRoutine);
-    uint32_t key = 1;
-    EXPECT_EQ(InsertNodeOrderByKey(&key, N(0), &noRoutine), 1u);
-}
-
-TEST_F(ListTest, SeekTriesEachNodeOnce)
-{
-    AddTail({0, 1, 2});
     uint32_t k = 30, missing = 5;
     EXPECT_EQ(SeekNode(&k, &list), N(2));
     EXPECT_EQ(SeekNode(&missing, &list), nullptr);
     EXPECT_EQ(SeekNode(nullptr, &list), nullptr);
-    list.pfKeyCompare = nullptr;
+    list.pfKeyCompare = nullptr;  // without a routine nothing is found or placed by key
     EXPECT_EQ(SeekNode(&k, &list), nullptr);
+    EXPECT_EQ(InsertNodeOrderByKey(&k, N(0), &list), 1u);
 }
 
 TEST_F(ListTest, DamagedListsAreRefusedUnchanged)

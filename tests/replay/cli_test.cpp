@@ -133,6 +133,32 @@ TEST_F(Cli, SampleInEveryForm)
     EXPECT_EQ(rows, requests) << "one bar per transaction";
 }
 
+TEST_F(Cli, StandardInputIsStreamedOrReadAsHar)
+{
+    const fs::path sample = Write("s.jsonl", Exec("--sample").out);
+    const fs::path har = Write("h.txt", R"({"log":{"entries":[
+ {"startedDateTime":"2017-03-01T10:00:00Z","request":{"method":"GET","url":"http://a.example/"},
+  "response":{"status":200},"timings":{"send":1,"wait":2,"receive":3}}]}})");
+    // Two sessions with every list: the JSON written piece by piece must be
+    // the document nlohmann would dump.
+    const Outcome json = Exec("--json --events --eval '" + sample.string() + "' - <'" + sample.string() + "'");
+    ASSERT_EQ(json.status, 0) << json.err;
+    const nlohmann::json j = nlohmann::json::parse(json.out);
+    EXPECT_EQ(j.dump(2) + "\n", json.out);
+    ASSERT_EQ(j["sessions"].size(), 2u);
+    EXPECT_EQ(j["sessions"][1]["file"], "(standard input)");
+    EXPECT_EQ(j["sessions"][1]["pages"], j["sessions"][0]["pages"]);
+    EXPECT_EQ(j["sessions"][1]["late"], 0);
+
+    const Outcome fromHar = Exec("- <'" + har.string() + "'");
+    EXPECT_EQ(fromHar.status, 0) << fromHar.err;
+    EXPECT_NE(fromHar.out.find("(standard input) (har)"), std::string::npos) << fromHar.out;
+
+    const Outcome dir = Exec("'" + dir_.string() + "'");
+    EXPECT_EQ(dir.status, 1);
+    EXPECT_NE(dir.err.find("cannot read the file"), std::string::npos) << dir.err;
+}
+
 TEST_F(Cli, RealRecordingsEvaluate)
 {
     const fs::path shared = fs::path(ORVANE_SHARED_DIR) / "har";

@@ -22,14 +22,15 @@ std::string OnePage()
 )";
 }
 
-const PageResult *FirstPageOf(const SessionResult &r, const std::string &host)
+// The first page whose first request went to host; id 0 when none.
+PageResult FirstPageOf(const SessionResult &r, const std::string &host)
 {
-    for (const PageResult &p : r.pages) {
+    for (const PageResult &p : r.pages.All()) {
         if (p.host == host) {
-            return &p;
+            return p;
         }
     }
-    return nullptr;
+    return {};
 }
 
 TEST(Replay, TimerRunsOnTheTracesFiveSecondBoundaries)
@@ -48,7 +49,7 @@ TEST(Replay, TimerRunsOnTheTracesFiveSecondBoundaries)
         options.pageTimeOutSec = row.timeout;
         const SessionResult r = Replay(trace, options);
         ASSERT_EQ(r.pages.size(), 1u);
-        const PageResult &p = r.pages[0];
+        const PageResult p = r.pages.All()[0];
         EXPECT_TRUE(p.reported);
         EXPECT_FALSE(p.released) << "closed by the timer, not the release";
         EXPECT_EQ(p.closedAt, row.closedAtSec * kNsPerSec) << "timeout " << row.timeout;
@@ -60,7 +61,7 @@ TEST(Replay, PageResultCarriesDnsAndDelay)
 {
     const SessionResult r = Replay(ReadJsonl("one", OnePage()), {});
     ASSERT_EQ(r.pages.size(), 1u);
-    const PageResult &p = r.pages[0];
+    const PageResult p = r.pages.All()[0];
     EXPECT_EQ(p.id, 1u);
     EXPECT_EQ(p.kind, PageKind::kAssociate);
     EXPECT_EQ(p.host, "a.example");
@@ -81,7 +82,7 @@ TEST(Replay, SessionsAreIndependent)
     const SessionResult first = Replay(trace, {});
     const SessionResult second = Replay(trace, {});
     ASSERT_EQ(second.pages.size(), 1u);
-    EXPECT_EQ(second.pages[0].id, first.pages[0].id);  // page IDs start again
+    EXPECT_EQ(second.pages.All()[0].id, first.pages.All()[0].id);  // page IDs start again
     EXPECT_EQ(g_pstWebPage[0], nullptr);               // the context is gone
 }
 
@@ -90,7 +91,7 @@ TEST(Replay, BundledSampleSession)
     const Trace trace = ReadJsonl("sample", SampleSession());
     const SessionResult r = Replay(trace, {});
     ASSERT_TRUE(r.setupError.empty()) << r.setupError;
-    for (const PageResult &p : r.pages) {
+    for (const PageResult &p : r.pages.All()) {
         EXPECT_TRUE(p.reported && !p.released) << "page " << p.id << " not closed by the timer";
     }
     // Black-listed hosts join no page.
@@ -101,43 +102,43 @@ TEST(Replay, BundledSampleSession)
         }
     }
     // The shop redirects to https: judged, but never counted.
-    const PageResult *shop = FirstPageOf(r, "www.shop.example");
-    ASSERT_NE(shop, nullptr);
-    EXPECT_EQ(shop->kind, PageKind::kAssociate);
-    EXPECT_GE(shop->requests, 8);
-    EXPECT_EQ(shop->kqi.usCauseCode, 200);
-    EXPECT_EQ(shop->kqi.ucSuccFlag, 1);
-    EXPECT_EQ(shop->kqi.ucPageFlag, 0);
+    const PageResult shop = FirstPageOf(r, "www.shop.example");
+    ASSERT_NE(shop.id, 0u);
+    EXPECT_EQ(shop.kind, PageKind::kAssociate);
+    EXPECT_GE(shop.requests, 8);
+    EXPECT_EQ(shop.kqi.usCauseCode, 200);
+    EXPECT_EQ(shop.kqi.ucSuccFlag, 1);
+    EXPECT_EQ(shop.kqi.ucPageFlag, 0);
     // The news front page pulls its CDN and ad transactions in and counts.
-    const PageResult *news = FirstPageOf(r, "www.news.example");
-    ASSERT_NE(news, nullptr);
-    EXPECT_EQ(news->requests, 8);
-    EXPECT_EQ(news->kqi.ucSuccFlag, 1);
-    EXPECT_EQ(news->kqi.ucPageFlag, 1);
+    const PageResult news = FirstPageOf(r, "www.news.example");
+    ASSERT_NE(news.id, 0u);
+    EXPECT_EQ(news.requests, 8);
+    EXPECT_EQ(news.kqi.ucSuccFlag, 1);
+    EXPECT_EQ(news.kqi.ucPageFlag, 1);
     // The failing site is a failed page that counts, with the server's status.
-    const PageResult *broken = FirstPageOf(r, "www.broken.example");
-    ASSERT_NE(broken, nullptr);
-    EXPECT_EQ(broken->kqi.usCauseCode, 503);
-    EXPECT_EQ(broken->kqi.ucSuccFlag, 0);
-    EXPECT_EQ(broken->kqi.ucPageFlag, 1);
+    const PageResult broken = FirstPageOf(r, "www.broken.example");
+    ASSERT_NE(broken.id, 0u);
+    EXPECT_EQ(broken.kqi.usCauseCode, 503);
+    EXPECT_EQ(broken.kqi.ucSuccFlag, 0);
+    EXPECT_EQ(broken.kqi.ucPageFlag, 1);
     // POSTs only: reported without judgement.
-    const PageResult *forms = FirstPageOf(r, "www.forms.example");
-    ASSERT_NE(forms, nullptr);
-    EXPECT_EQ(forms->kqi.ucSuccFlag, 0);
-    EXPECT_EQ(forms->kqi.ucPageFlag, 0);
+    const PageResult forms = FirstPageOf(r, "www.forms.example");
+    ASSERT_NE(forms.id, 0u);
+    EXPECT_EQ(forms.kqi.ucSuccFlag, 0);
+    EXPECT_EQ(forms.kqi.ucPageFlag, 0);
     // Heartbeats keep to one single-flow page.
-    const PageResult *poll = FirstPageOf(r, "longpoll.social.example");
-    ASSERT_NE(poll, nullptr);
-    EXPECT_EQ(poll->kind, PageKind::kSingle);
-    EXPECT_EQ(poll->requests, 3);
+    const PageResult poll = FirstPageOf(r, "longpoll.social.example");
+    ASSERT_NE(poll.id, 0u);
+    EXPECT_EQ(poll.kind, PageKind::kSingle);
+    EXPECT_EQ(poll.requests, 3);
     // The UCID requests form one UCID page across both flows.
-    const PageResult *sync = FirstPageOf(r, "m.portal-app.example");
-    ASSERT_NE(sync, nullptr);
-    EXPECT_EQ(sync->kind, PageKind::kUcid);
-    EXPECT_EQ(sync->requests, 5);
-    EXPECT_EQ(sync->responses, 5);
-    EXPECT_EQ(sync->kqi.ucSuccFlag, 1);
-    EXPECT_EQ(sync->kqi.ucPageFlag, 1);
+    const PageResult sync = FirstPageOf(r, "m.portal-app.example");
+    ASSERT_NE(sync.id, 0u);
+    EXPECT_EQ(sync.kind, PageKind::kUcid);
+    EXPECT_EQ(sync.requests, 5);
+    EXPECT_EQ(sync.responses, 5);
+    EXPECT_EQ(sync.kqi.ucSuccFlag, 1);
+    EXPECT_EQ(sync.kqi.ucPageFlag, 1);
 }
 
 // Truth A A A B B; the library: pages 1 1 2 2 and one request without page.
@@ -168,13 +169,12 @@ TEST(Evaluate, PairCountsAndMainRequests)
     unlabelled.request = 0;
     trace.transactions.push_back(unlabelled);
     for (uint64_t id : {1, 2}) {
-        PageResult p;
-        p.id = id;
+        PageResult &p = *session.pages.Open(id);
         p.kind = PageKind::kAssociate;
         p.firstEvent = id == 1 ? 0 : 2;  // page 2 was opened by an A transaction
         p.reported = true;
         p.kqi.ucPageFlag = id == 1 ? 1 : 0;
-        session.pages.push_back(p);
+        session.pages.Close(id);
     }
     const EvalResult e = Evaluate(trace, session);
     EXPECT_EQ(e.transactions, 5u);

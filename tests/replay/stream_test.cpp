@@ -1,0 +1,143 @@
+// JSON Lines replayed as they are read: the same pages as the whole trace,
+// out-of-order lines put back within the window, late ones fed and counted;
+// page rows kept out of memory come back in ID order.
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "session.hpp"
+
+namespace replay {
+namespace {
+
+SessionReport Stream(const std::string &text, bool keepEvents = true)
+{
+    SessionOptions options;
+    options.keepEvents = keepEvents;
+    std::istringstream in(text);
+    return StreamJsonl("t.jsonl", in, options, [](const std::string &, const Issue &) {});
+}
+
+// A request at 1000 s + ms on its own flow.
+std::string Req(int ms)
+{
+    static int flow = 0;
+    return R"({"ev":"req","flow":)" + std::to_string(++flow) + R"(,"begin":)" +
+           std::to_string(1000 * kNsPerSec + static_cast<uint64_t>(ms) * kNsPerMs) +
+           R"(,"method":"GET","host":"a.example","uri":"x"})" + "\n";
+}
+
+std::string FedLines(const SessionReport &r)
+{
+    std::string lines;
+    for (int i : r.result.fedOrder) {
+        lines += (lines.empty() ? "" : " ") + r.trace->events[static_cast<size_t>(i)].origin.substr(5);
+    }
+    return lines;
+}
+
+TEST(Stream, SameResultsAsTheWholeTrace)
+{
+    const SessionReport streamed = Stream(SampleSession());
+    const Trace whole = ReadJsonl("sample", SampleSession());
+    const SessionResult expected = Replay(whole, {});
+    const std::vector<PageResult> got = streamed.result.pages.All(), want = expected.pages.All();
+    ASSERT_EQ(got.size(), want.size());
+    for (size_t i = 0; i < want.size(); ++i) {
+        EXPECT_EQ(got[i].id, want[i].id);
+        EXPECT_EQ(got[i].kind, want[i].kind) << got[i].id;
+        EXPECT_EQ(got[i].requests, want[i].requests) << got[i].id;
+        EXPECT_EQ(got[i].responses, want[i].responses) << got[i].id;
+        EXPECT_EQ(got[i].closedAt, want[i].closedAt) << got[i].id;
+        EXPECT_EQ(got[i].kqi.ullPageDelay, want[i].kqi.ullPageDelay) << got[i].id;
+        EXPECT_EQ(got[i].kqi.uiDnsDelay, want[i].kqi.uiDnsDelay) << got[i].id;
+        EXPECT_EQ(got[i].firstEvent, want[i].firstEvent) << got[i].id;
+    }
+    ASSERT_EQ(streamed.result.outcomes.size(), expected.outcomes.size());
+    for (size_t i = 0; i < expected.outcomes.size(); ++i) {
+        EXPECT_EQ(streamed.result.outcomes[i].pageId, expected.outcomes[i].pageId) << whole.events[i].origin;
+    }
+    EXPECT_EQ(streamed.result.timerRuns, expected.timerRuns);
+    EXPECT_EQ(streamed.result.late, 0u);
+
+    // Without kept events the counts and pages are the same.
+    const SessionReport lean = Stream(SampleSession(), false);
+    EXPECT_TRUE(lean.trace->events.empty());
+    EXPECT_EQ(lean.result.events, whole.events.size());
+    EXPECT_EQ(lean.result.black, streamed.result.black);
+    EXPECT_EQ(lean.result.pages.size(), want.size());
+}
+
+TEST(Stream, ReorderWindow)
+{
+    const struct {
+        const char *name;
+        std::vector<int> ms;  // begin of each line
+        const char *fed;      // lines in the order fed
+        size_t late;
+    } rows[] = {
+        {"in order", {0, 100, 200}, "1 2 3", 0},
+        {"shuffled within the window", {5000, 1000, 3000}, "2 3 1", 0},
+        {"older line while the first is still held", {0, 9900, -500}, "3 1 2", 0},
+        {"older than a line already fed", {0, 20000, -1000}, "1 2 3", 1},
+        {"late line goes after those read before it", {0, 20000, 20001, -1000, 20002}, "1 2 3 4 5", 1},
+    };
+    for (const auto &row : rows) {
+        std::string text;
+        for (int ms : row.ms) {
+            text += Req(ms);
+        }
+        const SessionReport r = Stream(text);
+        EXPECT_EQ(FedLines(r), row.fed) << row.name;
+        EXPECT_EQ(r.result.late, row.late) << row.name;
+        EXPECT_EQ(r.result.events, row.ms.size()) << row.name << ": no line is dropped";
+    }
+}
+
+TEST(Stream, WindowHoldsABoundedNumberOfLines)
+{
+    // With every line at one instant only the count bound lets lines go;
+    // the line after them is older than one already fed.
+    std::string text;
+    for (size_t i = 0; i <= kReorderMaxLines; ++i) {
+        text += Req(1000);
+    }
+    text += Req(0);
+    const SessionReport r = Stream(text, false);
+    EXPECT_EQ(r.result.late, 1u);
+    EXPECT_EQ(r.result.events, kReorderMaxLines + 2);
+}
+
+TEST(PageRows, FinalRowsComeBackInIdOrder)
+{
+    PageRows rows;
+    const uint64_t huge = 1ull << 40;  // never filed: stays in memory
+    for (uint64_t id : {uint64_t{3}, huge, uint64_t{1}, uint64_t{2}}) {
+        bool made = false;
+        PageResult *row = rows.Open(id, &made);
+        ASSERT_NE(row, nullptr);
+        EXPECT_TRUE(made);
+        row->host = "h" + std::to_string(id) + std::string(40, 'x');
+        row->requests = static_cast<int>(id);
+        row->kqi.usCauseCode = 200;
+    }
+    rows.Close(3);
+    rows.Close(huge);
+    rows.Close(1);
+    EXPECT_EQ(rows.Open(1), nullptr) << "a final row takes no more events";
+    rows.CloseAll();
+    const std::vector<PageResult> all = rows.All();
+    ASSERT_EQ(all.size(), 4u);
+    const uint64_t ids[] = {1, 2, 3, huge};
+    for (size_t i = 0; i < 4; ++i) {
+        EXPECT_EQ(all[i].id, ids[i]);
+        EXPECT_EQ(all[i].host, "h" + std::to_string(ids[i]) + std::string(40, 'x'));
+        EXPECT_EQ(all[i].requests, static_cast<int>(ids[i]));
+        EXPECT_EQ(all[i].kqi.usCauseCode, 200);
+    }
+}
+
+}  // namespace
+}  // namespace replay
