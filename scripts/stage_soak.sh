@@ -7,6 +7,6 @@ set -euo pipefail
 root="$(cd "$(dirname "$0")/.." && pwd)"
 out="${ORVANE_BUILD_ROOT:-$root/build}/soak"
 
-cmake -G Ninja -S "$root" -B "$out" -DCMAKE_BUILD_TYPE=Release -DORVANE_BUILD_TOOLS=OFF >/dev/null
+cmake -G Ninja -S "$root" -B "$out" -DCMAKE_BUILD_TYPE=Release -DORVANE_BUILD_TOOLS=OFF -DORVANE_BUILD_TESTS=OFF -DORVANE_BUILD_BENCH=ON >/dev/null
 cmake --build "$out" --target orvane_soak
-"$out/tests/orvane_soak" "${ORVANE_SOAK_EVENTS:-200000}" | tail -n 4
+"$out/bench/orvane_soak" "${ORVANE_SOAK_EVENTS:-200000}" | tail -n 4
