@@ -112,29 +112,34 @@ TEST(Stream, WindowHoldsABoundedNumberOfLines)
 
 TEST(PageRows, FinalRowsComeBackInIdOrder)
 {
+    // Enough rows to move from memory to the temporary file on the way,
+    // closed out of order, and one ID too large to file.
+    constexpr uint64_t kRows = 5000;
+    constexpr uint64_t kHuge = 1ull << 40;
+    auto host = [](uint64_t id) { return "h" + std::to_string(id) + std::string(id % 97, 'x'); };
     PageRows rows;
-    const uint64_t huge = 1ull << 40;  // never filed: stays in memory
-    for (uint64_t id : {uint64_t{3}, huge, uint64_t{1}, uint64_t{2}}) {
+    for (uint64_t i = 0; i <= kRows; ++i) {
+        const uint64_t id = i == kRows ? kHuge : (i * 7919) % kRows + 1;
         bool made = false;
         PageResult *row = rows.Open(id, &made);
         ASSERT_NE(row, nullptr);
         EXPECT_TRUE(made);
-        row->host = "h" + std::to_string(id) + std::string(40, 'x');
-        row->requests = static_cast<int>(id);
+        row->host = host(id);
+        row->requests = static_cast<int>(id % 1000);
         row->kqi.usCauseCode = 200;
+        if (id % 3 != 0) {
+            rows.Close(id);
+        }
     }
-    rows.Close(3);
-    rows.Close(huge);
-    rows.Close(1);
     EXPECT_EQ(rows.Open(1), nullptr) << "a final row takes no more events";
     rows.CloseAll();
     const std::vector<PageResult> all = rows.All();
-    ASSERT_EQ(all.size(), 4u);
-    const uint64_t ids[] = {1, 2, 3, huge};
-    for (size_t i = 0; i < 4; ++i) {
-        EXPECT_EQ(all[i].id, ids[i]);
-        EXPECT_EQ(all[i].host, "h" + std::to_string(ids[i]) + std::string(40, 'x'));
-        EXPECT_EQ(all[i].requests, static_cast<int>(ids[i]));
+    ASSERT_EQ(all.size(), kRows + 1);
+    for (size_t i = 0; i < all.size(); ++i) {
+        const uint64_t id = i == kRows ? kHuge : i + 1;
+        ASSERT_EQ(all[i].id, id);
+        EXPECT_EQ(all[i].host, host(id));
+        EXPECT_EQ(all[i].requests, static_cast<int>(id % 1000));
         EXPECT_EQ(all[i].kqi.usCauseCode, 200);
     }
 }

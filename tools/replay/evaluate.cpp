@@ -47,9 +47,13 @@ void EvalResult::Add(const EvalResult &o)
 EvalResult Evaluate(const Trace &trace, const SessionResult &session)
 {
     EvalResult r;
-    for (const PageResult &page : session.pages) {
+    std::map<uint64_t, int> openedBy;  // page ID -> transaction of its first event
+    session.pages.ForEach([&](const PageResult &page) {
+        if (page.firstEvent >= 0 && static_cast<size_t>(page.firstEvent) < trace.events.size()) {
+            openedBy[page.id] = trace.events[static_cast<size_t>(page.firstEvent)].transaction;
+        }
         if (!page.reported) {
-            continue;
+            return;
         }
         ++r.reportedPages;
         if (page.kind == PageKind::kAssociate || page.kind == PageKind::kUcid) {
@@ -58,13 +62,7 @@ EvalResult Evaluate(const Trace &trace, const SessionResult &session)
         if (page.kqi.ucPageFlag == 1) {
             ++r.countedPages;
         }
-    }
-    std::map<uint64_t, int> openedBy;  // page ID -> transaction of its first event
-    for (const PageResult &page : session.pages) {
-        if (page.firstEvent >= 0) {
-            openedBy[page.id] = trace.events[static_cast<size_t>(page.firstEvent)].transaction;
-        }
-    }
+    });
 
     // A transaction's page is the one its request joined; a request without
     // a page (black-listed, refused) stands alone.

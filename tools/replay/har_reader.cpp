@@ -374,9 +374,9 @@ Trace ReadHar(const std::string &file, const std::string &text, const ReadOption
             }
             entries.push_back(ReadEntry(entry, i));
         } catch (const InputError &err) {
-            trace.skipped.push_back({Where(i), err.what()});
+            trace.Skip({Where(i), err.what()});
         } catch (const json::exception &err) {
-            trace.skipped.push_back({Where(i), DescribeParseError(err.what())});
+            trace.Skip({Where(i), DescribeParseError(err.what())});
         }
     }
     std::stable_sort(entries.begin(), entries.end(),

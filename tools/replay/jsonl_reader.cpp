@@ -2,15 +2,15 @@
 // response ("rsp") or DNS observation ("dns") as a daemon saw it. Strings go
 // to the library unchanged; times are nanoseconds. Blank lines and lines
 // starting with '#' are ignored.
-#include <deque>
+#include <algorithm>
 #include <limits>
-#include <map>
 #include <set>
 #include <sstream>
 
 #include <nlohmann/json.hpp>
 
 #include "input_error.hpp"
+#include "jsonl_reader.hpp"
 #include "text_util.hpp"
 #include "trace.hpp"
 
@@ -155,106 +155,133 @@ std::string DisplayUrl(const std::string &host, const std::string &uri)
 
 }  // namespace
 
+bool ParseJsonlLine(const std::string &text, size_t lineNo, JsonlLine *out, std::string *error)
+{
+    *out = JsonlLine{};
+    std::string line = text;
+    if (!line.empty() && line.back() == '\r') {
+        line.pop_back();
+    }
+    const size_t first = line.find_first_not_of(" \t");
+    if (first == std::string::npos || line[first] == '#') {
+        return true;
+    }
+    try {
+        json obj;
+        try {
+            obj = json::parse(line);
+        } catch (const json::parse_error &err) {
+            throw InputError("not valid JSON: " + DescribeParseError(err.what()));
+        }
+        if (!obj.is_object()) {
+            throw InputError("not a JSON object");
+        }
+        const std::string kind = obj.contains("ev") && obj["ev"].is_string() ? obj["ev"].get<std::string>() : "";
+        if (kind == "dns") {
+            CheckFields(obj, kDnsFields);
+            DnsRecord &dns = out->dns;
+            dns.host = ToLower(Text(obj, "host"));
+            if (dns.host.empty()) {
+                throw InputError("missing field \"host\"");
+            }
+            dns.begin = Unsigned(obj, "begin", std::numeric_limits<uint64_t>::max(), true);
+            dns.delayMs = static_cast<uint32_t>(Unsigned(obj, "delay_ms", std::numeric_limits<uint32_t>::max(), true));
+            out->kind = JsonlLine::Kind::kDns;
+            return true;
+        }
+        TraceEvent &ev = out->event;
+        ev.origin = "line " + std::to_string(lineNo);
+        if (kind == "req") {
+            CheckFields(obj, kRequestFields);
+            ev.kind = EventKind::kRequest;
+            ReadCommon(obj, &ev);
+            ReadMethod(obj, &ev);
+            ev.host = Text(obj, "host");
+            ev.uri = Text(obj, "uri");
+            ev.referHost = Text(obj, "refer_host");
+            ev.referPath = Text(obj, "refer_path");
+            out->page = Text(obj, "page");
+        } else if (kind == "rsp") {
+            CheckFields(obj, kResponseFields);
+            ev.kind = EventKind::kResponse;
+            ReadCommon(obj, &ev);
+        } else if (obj.contains("ev")) {
+            throw InputError("\"ev\" must be \"req\", \"rsp\" or \"dns\" (" + obj["ev"].dump() + ")");
+        } else {
+            throw InputError("missing field \"ev\"");
+        }
+        out->kind = JsonlLine::Kind::kEvent;
+        return true;
+    } catch (const InputError &err) {
+        *error = err.what();
+    } catch (const json::exception &err) {
+        *error = DescribeParseError(err.what());
+    }
+    *out = JsonlLine{};
+    return false;
+}
+
+int TransactionBook::Add(Trace *trace, TraceEvent ev, const std::string &page)
+{
+    const int evIndex = static_cast<int>(trace->events.size());
+    if (ev.kind == EventKind::kRequest) {
+        Transaction tx;
+        tx.origin = ev.origin;
+        tx.method = ev.methodName;
+        tx.url = DisplayUrl(ev.host, ev.uri);
+        tx.truePage = page;
+        tx.begin = ev.begin;
+        tx.end = ev.end;
+        tx.request = evIndex;
+        ev.transaction = static_cast<int>(trace->transactions.size());
+        unanswered_[ev.flow].push_back(ev.transaction);
+        trace->transactions.push_back(tx);
+    } else {
+        auto open = unanswered_.find(ev.flow);
+        if (open != unanswered_.end()) {
+            ev.transaction = open->second.front();
+            open->second.pop_front();
+            if (open->second.empty()) {
+                unanswered_.erase(open);  // only flows with open requests stay
+            }
+            Transaction &tx = trace->transactions[static_cast<size_t>(ev.transaction)];
+            tx.response = evIndex;
+            tx.end = std::max(tx.end, ev.end);
+        } else {
+            Transaction tx;
+            tx.origin = ev.origin;
+            tx.method = "-";
+            tx.url = "(response without request on " + ev.flow + ")";
+            tx.begin = ev.begin;
+            tx.end = ev.end;
+            tx.response = evIndex;
+            ev.transaction = static_cast<int>(trace->transactions.size());
+            trace->transactions.push_back(tx);
+        }
+    }
+    trace->events.push_back(std::move(ev));
+    return evIndex;
+}
+
 Trace ReadJsonl(const std::string &file, const std::string &text)
 {
     Trace trace;
     trace.file = file;
     trace.format = "jsonl";
-    std::map<std::string, std::deque<int>> unanswered;  // flow -> open transactions
+    TransactionBook book;
     std::istringstream in(text);
     std::string line;
     size_t lineNo = 0;
     while (std::getline(in, line)) {
         ++lineNo;
-        if (!line.empty() && line.back() == '\r') {
-            line.pop_back();
-        }
-        const size_t first = line.find_first_not_of(" \t");
-        if (first == std::string::npos || line[first] == '#') {
-            continue;
-        }
-        const std::string where = "line " + std::to_string(lineNo);
-        try {
-            json obj;
-            try {
-                obj = json::parse(line);
-            } catch (const json::parse_error &err) {
-                throw InputError("not valid JSON: " + DescribeParseError(err.what()));
-            }
-            if (!obj.is_object()) {
-                throw InputError("not a JSON object");
-            }
-            const std::string kind = obj.contains("ev") && obj["ev"].is_string() ? obj["ev"].get<std::string>() : "";
-            if (kind == "dns") {
-                CheckFields(obj, kDnsFields);
-                DnsRecord dns;
-                dns.host = ToLower(Text(obj, "host"));
-                if (dns.host.empty()) {
-                    throw InputError("missing field \"host\"");
-                }
-                dns.begin = Unsigned(obj, "begin", std::numeric_limits<uint64_t>::max(), true);
-                dns.delayMs = static_cast<uint32_t>(Unsigned(obj, "delay_ms", std::numeric_limits<uint32_t>::max(), true));
-                trace.dns.push_back(dns);
-                continue;
-            }
-            TraceEvent ev;
-            ev.origin = where;
-            if (kind == "req") {
-                CheckFields(obj, kRequestFields);
-                ev.kind = EventKind::kRequest;
-                ReadCommon(obj, &ev);
-                ReadMethod(obj, &ev);
-                ev.host = Text(obj, "host");
-                ev.uri = Text(obj, "uri");
-                ev.referHost = Text(obj, "refer_host");
-                ev.referPath = Text(obj, "refer_path");
-            } else if (kind == "rsp") {
-                CheckFields(obj, kResponseFields);
-                ev.kind = EventKind::kResponse;
-                ReadCommon(obj, &ev);
-            } else if (obj.contains("ev")) {
-                throw InputError("\"ev\" must be \"req\", \"rsp\" or \"dns\" (" + obj["ev"].dump() + ")");
-            } else {
-                throw InputError("missing field \"ev\"");
-            }
-
-            const int evIndex = static_cast<int>(trace.events.size());
-            std::deque<int> &open = unanswered[ev.flow];
-            if (ev.kind == EventKind::kRequest) {
-                Transaction tx;
-                tx.origin = where;
-                tx.method = ev.methodName;
-                tx.url = DisplayUrl(ev.host, ev.uri);
-                tx.truePage = Text(obj, "page");
-                tx.begin = ev.begin;
-                tx.end = ev.end;
-                tx.request = evIndex;
-                ev.transaction = static_cast<int>(trace.transactions.size());
-                open.push_back(ev.transaction);
-                trace.transactions.push_back(tx);
-            } else if (!open.empty()) {
-                // HTTP/1.1 answers a flow's requests in order.
-                ev.transaction = open.front();
-                open.pop_front();
-                Transaction &tx = trace.transactions[static_cast<size_t>(ev.transaction)];
-                tx.response = evIndex;
-                tx.end = std::max(tx.end, ev.end);
-            } else {
-                Transaction tx;
-                tx.origin = where;
-                tx.method = "-";
-                tx.url = "(response without request on " + ev.flow + ")";
-                tx.begin = ev.begin;
-                tx.end = ev.end;
-                tx.response = evIndex;
-                ev.transaction = static_cast<int>(trace.transactions.size());
-                trace.transactions.push_back(tx);
-            }
-            trace.events.push_back(std::move(ev));
-        } catch (const InputError &err) {
-            trace.skipped.push_back({where, err.what()});
-        } catch (const json::exception &err) {
-            trace.skipped.push_back({where, DescribeParseError(err.what())});
+        JsonlLine parsed;
+        std::string error;
+        if (!ParseJsonlLine(line, lineNo, &parsed, &error)) {
+            trace.Skip({"line " + std::to_string(lineNo), error});
+        } else if (parsed.kind == JsonlLine::Kind::kDns) {
+            trace.dns.push_back(parsed.dns);
+        } else if (parsed.kind == JsonlLine::Kind::kEvent) {
+            book.Add(&trace, std::move(parsed.event), parsed.page);
         }
     }
     return trace;

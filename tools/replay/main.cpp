@@ -8,9 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "evaluate.hpp"
-#include "replayer.hpp"
 #include "report.hpp"
+#include "session.hpp"
 #include "trace.hpp"
 
 namespace {
@@ -54,9 +53,7 @@ file could not be written.
 
 struct Options {
     ReportOptions report;
-    ReplayOptions replay;
-    ReadOptions read;
-    Format format = Format::kAuto;
+    SessionOptions session;
     bool json = false;
     bool printSample = false;
     std::string html;
@@ -121,16 +118,16 @@ std::string ParseArgs(int argc, char **argv, Options *o)
         } else if (arg == "--eval") {
             o->report.eval = true;
         } else if (arg == "--keep-slash") {
-            o->read.keepSlash = true;
+            o->session.read.keepSlash = true;
         } else if (arg == "--with-cache") {
-            o->read.withCache = true;
+            o->session.read.withCache = true;
         } else if (arg == "--sample") {
             o->printSample = true;
         } else if (arg == "--log") {
-            if (!takeValue() || !ParseLevel(value, &o->replay.logLevel)) {
+            if (!takeValue() || !ParseLevel(value, &o->session.replay.logLevel)) {
                 return "--log needs a level: trace, info or error";
             }
-            o->replay.showLog = true;
+            o->session.replay.showLog = true;
         } else if (arg == "--html") {
             if (!takeValue() || value.empty()) {
                 return "--html needs a file name";
@@ -140,14 +137,14 @@ std::string ParseArgs(int argc, char **argv, Options *o)
             if (!takeValue() || (value != "har" && value != "jsonl")) {
                 return "--format needs har or jsonl";
             }
-            o->format = value == "har" ? Format::kHar : Format::kJsonl;
+            o->session.format = value == "har" ? Format::kHar : Format::kJsonl;
         } else if (arg == "--timeout") {
             char *end = nullptr;
             const long sec = takeValue() ? std::strtol(value.c_str(), &end, 10) : -1;
             if (value.empty() || end == nullptr || *end != '\0' || sec < 0 || sec > 65535) {
                 return "--timeout needs seconds from 0 to 65535";
             }
-            o->replay.pageTimeOutSec = static_cast<uint16_t>(sec);
+            o->session.replay.pageTimeOutSec = static_cast<uint16_t>(sec);
         } else {
             return "unknown option " + arg;
         }
@@ -168,42 +165,35 @@ int Run(int argc, char **argv)
         return kExitOk;
     }
 
-    // Traces stay alive for the reports, which point into them.
-    std::vector<std::unique_ptr<Trace>> traces;
-    if (options.files.empty()) {
-        traces.push_back(std::make_unique<Trace>(ReadJsonl("bundled sample session", SampleSession())));
-    }
-    for (const std::string &file : options.files) {
-        traces.push_back(std::make_unique<Trace>(ReadTraceFile(file, options.format, options.read)));
-    }
-
+    // JSON Lines are replayed as they are read; per-event results are kept
+    // only for the reports that list or compare events.
+    options.session.keepEvents = options.report.events || options.report.eval || !options.html.empty();
+    options.session.eval = options.report.eval;
     bool badInput = false;
+    const IssueSink printIssue = [&badInput](const std::string &file, const Issue &issue) {
+        std::cerr << "orvane-replay: " << file << ": " << issue.where << ": " << issue.what << " (skipped)\n";
+        badInput = true;
+    };
     std::vector<SessionReport> sessions;
-    for (const auto &trace : traces) {
-        if (!trace->fatal.empty()) {
-            std::cerr << "orvane-replay: " << trace->file << ": " << trace->fatal << "\n";
+    auto replayed = [&](SessionReport report) {
+        if (!report.trace->fatal.empty()) {
+            std::cerr << "orvane-replay: " << report.trace->file << ": " << report.trace->fatal << "\n";
             badInput = true;
-        }
-        for (const Issue &issue : trace->skipped) {
-            std::cerr << "orvane-replay: " << trace->file << ": " << issue.where << ": " << issue.what
-                      << " (skipped)\n";
+        } else if (!report.result.setupError.empty()) {
+            std::cerr << "orvane-replay: " << report.trace->file << ": " << report.result.setupError << "\n";
             badInput = true;
-        }
-        SessionReport report;
-        report.trace = trace.get();
-        if (trace->fatal.empty()) {
-            report.result = Replay(*trace, options.replay);
-            if (!report.result.setupError.empty()) {
-                std::cerr << "orvane-replay: " << trace->file << ": " << report.result.setupError << "\n";
-                badInput = true;
-            }
-            report.eval = Evaluate(*trace, report.result);
         }
         sessions.push_back(std::move(report));
+    };
+    if (options.files.empty()) {
+        replayed(ReplaySample(options.session, printIssue));
+    }
+    for (const std::string &file : options.files) {
+        replayed(ReplayFile(file, options.session, printIssue));
     }
 
     if (options.json) {
-        std::cout << ToJson(sessions, options.report).dump(2) << "\n";
+        WriteJson(std::cout, sessions, options.report);
     } else {
         WriteText(std::cout, sessions, options.report);
     }

@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <limits>
-#include <map>
+#include <list>
+#include <stdexcept>
 #include <unordered_map>
 
 #include "text_util.hpp"
@@ -18,6 +20,69 @@ constexpr uint32_t kThread = 0;
 // margin; a page still open after that is closed by the release.
 constexpr size_t kMaxDrainRuns = 1000;
 
+// A daemon frees a flow's area once the flow has gone quiet; so does the
+// replay, or a long trace would keep one per flow it ever saw. The count
+// bound holds even for a trace that opens flows faster than they age.
+constexpr uint64_t kFlowIdleNs = 600 * kNsPerSec;
+constexpr size_t kMaxFlows = 65536;
+// DNS answers are kept for as long as a daemon's cache would hold them in
+// practice: only a bound on distinct hosts.
+constexpr size_t kMaxDnsHosts = 65536;
+constexpr uint64_t kNeverIdle = std::numeric_limits<uint64_t>::max();
+
+// A map that forgets its least recently used entries: beyond a count, or
+// unused for longer than a stretch of the trace's clock.
+template <class V>
+class RecentMap {
+public:
+    RecentMap(size_t capacity, uint64_t idleNs) : capacity_(capacity), idleNs_(idleNs) {}
+
+    // The entry for key, value-initialised when new (*made); marked as used
+    // at now, which never goes back.
+    V &Use(const std::string &key, uint64_t now, bool *made)
+    {
+        auto it = index_.find(key);
+        *made = it == index_.end();
+        if (*made) {
+            order_.push_back(Entry{key, V{}, now});
+            index_.emplace(key, std::prev(order_.end()));
+        } else {
+            order_.splice(order_.end(), order_, it->second);
+            it->second->lastUsed = now;
+        }
+        Entry &entry = order_.back();
+        Forget(now);
+        return entry.value;
+    }
+
+    const V *Find(const std::string &key) const
+    {
+        auto it = index_.find(key);
+        return it == index_.end() ? nullptr : &it->second->value;
+    }
+
+private:
+    struct Entry {
+        std::string key;
+        V value;
+        uint64_t lastUsed;
+    };
+
+    // The entry just used is the newest: neither rule can reach it.
+    void Forget(uint64_t now)
+    {
+        while (order_.size() > capacity_ || (!order_.empty() && now - order_.front().lastUsed > idleNs_)) {
+            index_.erase(order_.front().key);
+            order_.pop_front();
+        }
+    }
+
+    size_t capacity_;
+    uint64_t idleNs_;
+    std::list<Entry> order_;  // least recently used first
+    std::unordered_map<std::string, typename std::list<Entry>::iterator> index_;
+};
+
 struct TimerState {
     bool running = false;
     uint64_t handle = 0;
@@ -27,32 +92,25 @@ struct TimerState {
     uint32_t thread = 0;
 };
 
-// The library's callbacks are plain functions; they reach the session
-// being replayed through this pointer.
-struct Session {
-    const Trace *trace = nullptr;
+}  // namespace
+
+struct Replayer::Session {
     ReplayOptions options;
     SessionResult result;
-    std::map<uint64_t, size_t> pageIndex;
-    std::unordered_map<std::string, DnsRecord> dnsCache;
+    RecentMap<STFlowInfo> flows{kMaxFlows, kFlowIdleNs};
+    RecentMap<DnsRecord> dns{kMaxDnsHosts, kNeverIdle};
     TimerState timer;
     uint64_t handles = 0;
     uint64_t clock = 0;
+    bool begun = false;  // the first step has set the clock
+    bool live = false;   // the context exists
     bool releasing = false;
+    std::string failure;  // raised in a callback: thrown once the library has returned
 };
-Session *g_session = nullptr;
 
-PageResult &PageFor(Session &s, uint64_t id)
-{
-    auto it = s.pageIndex.find(id);
-    if (it != s.pageIndex.end()) {
-        return s.result.pages[it->second];
-    }
-    s.pageIndex.emplace(id, s.result.pages.size());
-    s.result.pages.emplace_back();
-    s.result.pages.back().id = id;
-    return s.result.pages.back();
-}
+namespace {
+
+Replayer::Session *g_session = nullptr;
 
 uint32_t LogSink(uint32_t uiLevel, const char *pcLine)
 {
@@ -69,16 +127,45 @@ uint32_t LogSink(uint32_t uiLevel, const char *pcLine)
     return 0;
 }
 
+// The library is built without exceptions: none may cross it from a
+// callback.
+template <class Body>
+void Guarded(Body &&body)
+{
+    try {
+        body();
+    } catch (const std::exception &err) {
+        if (g_session->failure.empty()) {
+            g_session->failure = err.what();
+        }
+    }
+}
+
+void ThrowIfFailed(const Replayer::Session &s)
+{
+    if (!s.failure.empty()) {
+        throw std::runtime_error(s.failure);
+    }
+}
+
 uint32_t PageEnd(STPageKQI *pstKQI)
 {
     if (g_session == nullptr || pstKQI == nullptr) {
         return 0;
     }
-    PageResult &page = PageFor(*g_session, pstKQI->uiPageID);
-    page.reported = true;
-    page.released = g_session->releasing;
-    page.kqi = *pstKQI;
-    page.closedAt = g_session->clock;
+    Guarded([pstKQI] {
+        PageRows &pages = g_session->result.pages;
+        PageResult *page = pages.Open(pstKQI->uiPageID);
+        if (page == nullptr) {
+            return;  // reported once already
+        }
+        page->reported = true;
+        page->released = g_session->releasing;
+        page->kqi = *pstKQI;
+        page->closedAt = g_session->clock;
+        // Closed pages drop their ID, so no later event joins this row.
+        pages.Close(pstKQI->uiPageID);
+    });
     return 0;
 }
 
@@ -87,12 +174,14 @@ uint32_t DnsQuery(STDNSQueryInfo *pstQuery, STDNSQueryResult *pstResult)
     if (g_session == nullptr || pstQuery == nullptr || pstResult == nullptr || pstQuery->pcHost == nullptr) {
         return 0;
     }
-    const std::string host = ToLower(std::string(pstQuery->pcHost, pstQuery->usHostLen));
-    auto it = g_session->dnsCache.find(host);
-    if (it != g_session->dnsCache.end()) {
-        pstResult->ullDNSBeginTime = it->second.begin;
-        pstResult->uiDnsDelay = it->second.delayMs;
-    }
+    Guarded([pstQuery, pstResult] {
+        const std::string host = ToLower(std::string(pstQuery->pcHost, pstQuery->usHostLen));
+        const DnsRecord *dns = g_session->dns.Find(host);
+        if (dns != nullptr) {
+            pstResult->ullDNSBeginTime = dns->begin;
+            pstResult->uiDnsDelay = dns->delayMs;
+        }
+    });
     return 0;
 }
 
@@ -101,7 +190,7 @@ uint32_t StartTimer(uint32_t uiThreadID, uint32_t uiPeriod, PFPageTimerHandler p
     if (g_session == nullptr || pvContext == nullptr || pfHandler == nullptr) {
         return 1;
     }
-    Session &s = *g_session;
+    Replayer::Session &s = *g_session;
     const uint64_t handle = ++s.handles;
     std::memcpy(pvContext, &handle, sizeof(handle));
     s.timer.running = true;
@@ -123,16 +212,23 @@ uint32_t StopTimer(uint64_t ulPageTimer)
     return 0;
 }
 
-void RunTimerOnce(Session &s)
+void RunTimerOnce(Replayer::Session &s)
 {
     s.clock = s.timer.next;
     s.timer.next += s.timer.periodNs;
     ++s.result.timerRuns;
     s.timer.handler(s.timer.thread);
+    ThrowIfFailed(s);
 }
 
-void AdvanceClock(Session &s, uint64_t to)
+// The clock never goes back: a step older than the clock is fed at once.
+void AdvanceClock(Replayer::Session &s, uint64_t to)
 {
+    if (!s.begun) {
+        s.begun = true;
+        s.clock = to;
+        s.result.clockBegin = to;
+    }
     while (s.timer.running && s.timer.next <= to) {
         RunTimerOnce(s);
     }
@@ -195,82 +291,138 @@ PageKind KindOf(const TraceEvent &ev, const STFlowInfo &flow, uint64_t id)
     return PageKind::kUnknown;
 }
 
-void Feed(Session &s, std::unordered_map<std::string, STFlowInfo> &flows, size_t index)
-{
-    const TraceEvent &ev = s.trace->events[index];
-    auto inserted = flows.emplace(ev.flow, STFlowInfo{});
-    STFlowInfo &flow = inserted.first->second;
-    if (inserted.second) {
-        API_InitWebPageFlow(&flow);
-    }
-    STWebPageEvent raw = Build(ev);
-    uint64_t id = 0;
-    EventOutcome &out = s.result.outcomes[index];
-    out.rc = API_AssociateWebPage(kThread, &flow, &raw, &id);
-    out.pageId = id;
-    out.fed = true;
-    out.black = out.rc == WEBPAGE_OK && id == 0;
-    if (id == 0) {
-        return;
-    }
-    const bool isNew = s.pageIndex.count(id) == 0;
-    PageResult &page = PageFor(s, id);
-    if (isNew) {
-        page.kind = KindOf(ev, flow, id);
-        page.firstEvent = static_cast<int>(index);
-    }
-    if (ev.kind == EventKind::kRequest) {
-        if (page.requests == 0) {
-            page.host = ev.host;
-            page.uri = ev.uri;
-        }
-        ++page.requests;
-    } else {
-        ++page.responses;
-    }
-}
-
 }  // namespace
 
-const char *KindName(PageKind kind)
+Replayer::Replayer(const ReplayOptions &options) : s_(std::make_unique<Session>())
 {
-    switch (kind) {
-    case PageKind::kSingle:
-        return "single";
-    case PageKind::kAssociate:
-        return "assoc";
-    case PageKind::kUcid:
-        return "ucid";
-    case PageKind::kUnknown:
-        break;
-    }
-    return "?";
+    s_->options = options;
 }
 
-SessionResult Replay(const Trace &trace, const ReplayOptions &options)
+Replayer::~Replayer()
 {
-    Session s;
-    s.trace = &trace;
-    s.options = options;
-    s.result.outcomes.resize(trace.events.size());
-    g_session = &s;
+    // Left mid-session (an exception): the context still goes, with its pages.
+    if (s_->live) {
+        API_ReleaseWebPage(kThread);
+    }
+    if (g_session == s_.get()) {
+        g_session = nullptr;
+    }
+}
 
+SessionResult &Replayer::Result() { return s_->result; }
+
+bool Replayer::Start()
+{
+    if (g_session != nullptr) {
+        s_->result.setupError = "another session is being replayed";
+        return false;
+    }
+    g_session = s_.get();
+    const ReplayOptions &options = s_->options;
     API_InitSDKLog(LogSink);
     STWebPageConfig config{options.logLevel, options.pageTimeOutSec, 0};
     API_InitConfig(kThread, &config);  // the level holds from the context's first line on
     uint32_t flowSize = 0;
     const uint32_t rc = API_InitWebPage(kThread, &config, &flowSize, PageEnd, DnsQuery);
-    if (rc != 0 || flowSize != sizeof(STFlowInfo) ||
-        API_InitWebPageTimer(kThread, StartTimer, StopTimer) != 0) {
-        s.result.setupError = "API_InitWebPage returned " + std::to_string(rc) + " (flow area " +
-                              std::to_string(flowSize) + " bytes)";
+    if (rc != 0 || flowSize != sizeof(STFlowInfo) || API_InitWebPageTimer(kThread, StartTimer, StopTimer) != 0) {
+        s_->result.setupError = "API_InitWebPage returned " + std::to_string(rc) + " (flow area " +
+                                std::to_string(flowSize) + " bytes)";
         if (rc == 0) {
             API_ReleaseWebPage(kThread);
         }
         g_session = nullptr;
-        return s.result;
+        return false;
     }
+    s_->live = true;
+    return true;
+}
 
+void Replayer::Dns(const DnsRecord &dns)
+{
+    Session &s = *s_;
+    AdvanceClock(s, dns.begin);
+    bool made = false;
+    s.dns.Use(dns.host, s.clock, &made) = dns;
+}
+
+void Replayer::Feed(const TraceEvent &ev, int index)
+{
+    Session &s = *s_;
+    AdvanceClock(s, ev.begin);
+    bool made = false;
+    STFlowInfo &flow = s.flows.Use(ev.flow, s.clock, &made);
+    if (made) {
+        API_InitWebPageFlow(&flow);
+    }
+    STWebPageEvent raw = Build(ev);
+    uint64_t id = 0;
+    EventOutcome out;
+    out.rc = API_AssociateWebPage(kThread, &flow, &raw, &id);
+    ThrowIfFailed(s);
+    out.pageId = id;
+    out.fed = true;
+    out.black = out.rc == WEBPAGE_OK && id == 0;
+
+    SessionResult &r = s.result;
+    ++r.events;
+    r.requests += ev.kind == EventKind::kRequest ? 1 : 0;
+    r.black += out.black ? 1 : 0;
+    r.refused += out.rc != WEBPAGE_OK ? 1 : 0;
+    if (index >= 0) {
+        const size_t at = static_cast<size_t>(index);
+        if (r.outcomes.size() <= at) {
+            r.outcomes.resize(at + 1);
+        }
+        r.outcomes[at] = out;
+        r.fedOrder.push_back(index);
+    }
+    if (id == 0) {
+        return;
+    }
+    bool isNew = false;
+    PageResult *page = r.pages.Open(id, &isNew);
+    if (page == nullptr) {
+        return;
+    }
+    if (isNew) {
+        page->kind = KindOf(ev, flow, id);
+        page->firstEvent = index;
+    }
+    if (ev.kind == EventKind::kRequest) {
+        if (page->requests == 0) {
+            page->host = ev.host;
+            page->uri = ev.uri;
+        }
+        ++page->requests;
+    } else {
+        ++page->responses;
+    }
+}
+
+void Replayer::Finish()
+{
+    Session &s = *s_;
+    if (!s.live) {
+        return;
+    }
+    for (size_t runs = 0; s.timer.running && runs < kMaxDrainRuns; ++runs) {
+        RunTimerOnce(s);
+    }
+    s.result.clockEnd = s.clock;
+    s.releasing = true;
+    API_ReleaseWebPage(kThread);
+    s.live = false;
+    g_session = nullptr;
+    ThrowIfFailed(s);
+    s.result.pages.CloseAll();
+}
+
+SessionResult Replay(const Trace &trace, const ReplayOptions &options)
+{
+    Replayer replayer(options);
+    if (!replayer.Start()) {
+        return std::move(replayer.Result());
+    }
     // DNS observations first at equal times: a look-up precedes its request.
     struct Step {
         uint64_t time;
@@ -287,31 +439,16 @@ SessionResult Replay(const Trace &trace, const ReplayOptions &options)
     }
     std::stable_sort(steps.begin(), steps.end(), [](const Step &a, const Step &b) { return a.time < b.time; });
 
-    std::unordered_map<std::string, STFlowInfo> flows;
-    if (!steps.empty()) {
-        s.clock = steps.front().time;
-        s.result.clockBegin = s.clock;
-    }
+    replayer.Result().outcomes.resize(trace.events.size());
     for (const Step &step : steps) {
-        AdvanceClock(s, step.time);
         if (step.dns) {
-            const DnsRecord &dns = trace.dns[step.index];
-            s.dnsCache[dns.host] = dns;
+            replayer.Dns(trace.dns[step.index]);
         } else {
-            Feed(s, flows, step.index);
+            replayer.Feed(trace.events[step.index], static_cast<int>(step.index));
         }
     }
-    for (size_t runs = 0; s.timer.running && runs < kMaxDrainRuns; ++runs) {
-        RunTimerOnce(s);
-    }
-    s.result.clockEnd = s.clock;
-    s.releasing = true;
-    API_ReleaseWebPage(kThread);
-    g_session = nullptr;
-
-    std::sort(s.result.pages.begin(), s.result.pages.end(),
-              [](const PageResult &a, const PageResult &b) { return a.id < b.id; });
-    return s.result;
+    replayer.Finish();
+    return std::move(replayer.Result());
 }
 
 }  // namespace replay

@@ -3,11 +3,10 @@
 #ifndef ORVANE_REPLAY_REPORT_HPP
 #define ORVANE_REPLAY_REPORT_HPP
 
+#include <memory>
 #include <ostream>
 #include <string>
 #include <vector>
-
-#include <nlohmann/json.hpp>
 
 #include "evaluate.hpp"
 #include "replayer.hpp"
@@ -16,7 +15,7 @@
 namespace replay {
 
 struct SessionReport {
-    const Trace *trace = nullptr;
+    std::unique_ptr<Trace> trace;
     SessionResult result;
     EvalResult eval;
 };
@@ -26,8 +25,10 @@ struct ReportOptions {
     bool eval = false;    // the comparison with the recording's pages
 };
 
+// Each writes page rows and events one at a time, never the whole report at
+// once; the JSON is the same text as nlohmann's dump(2) of the whole.
 void WriteText(std::ostream &out, const std::vector<SessionReport> &sessions, const ReportOptions &options);
-nlohmann::json ToJson(const std::vector<SessionReport> &sessions, const ReportOptions &options);
+void WriteJson(std::ostream &out, const std::vector<SessionReport> &sessions, const ReportOptions &options);
 void WriteHtml(std::ostream &out, const std::vector<SessionReport> &sessions);
 
 // Helpers shared by the three forms.

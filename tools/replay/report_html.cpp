@@ -96,9 +96,11 @@ void WriteSession(std::ostream &out, const SessionReport &s)
             << "</p>\n";
         return;
     }
+    // The waterfall needs every event anyway; the rows are few beside them.
+    const std::vector<PageResult> pages = s.result.pages.All();
     std::map<uint64_t, std::string> colour;
-    for (size_t i = 0; i < s.result.pages.size(); ++i) {
-        colour[s.result.pages[i].id] = PageColour(i);
+    for (size_t i = 0; i < pages.size(); ++i) {
+        colour[pages[i].id] = PageColour(i);
     }
     auto colourOf = [&](const EventOutcome &o) -> std::string {
         if (o.black) {
@@ -109,14 +111,14 @@ void WriteSession(std::ostream &out, const SessionReport &s)
     };
 
     out << "<p class=\"meta\">" << t.format << ", " << t.events.size() << " events, " << t.transactions.size()
-        << " transactions, " << s.result.pages.size() << " pages; skipped " << t.skipped.size() << " bad";
+        << " transactions, " << pages.size() << " pages; skipped " << t.skippedCount << " bad";
     if (t.format == "har") {
         out << ", " << t.cacheHits << " cache hits, " << t.notHttp << " not HTTP";
     }
     out << "</p>\n<table class=\"pages\"><tr><th></th><th>page</th><th>type</th><th>req</th><th>rsp</th>"
            "<th>success</th><th>counted</th><th>cause</th><th>delay ms</th><th>DNS ms</th><th>closed at s</th>"
            "<th class=\"l\">first request</th></tr>\n";
-    for (const PageResult &p : s.result.pages) {
+    for (const PageResult &p : pages) {
         out << "<tr><td><span class=\"sw\" style=\"background:" << colour[p.id] << "\"></span></td><td>" << p.id
             << "</td><td>" << KindName(p.kind) << "</td><td>" << p.requests << "</td><td>" << p.responses << "</td>";
         if (p.reported) {

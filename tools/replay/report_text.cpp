@@ -32,31 +32,28 @@ void WriteEvents(std::ostream &out, const SessionReport &s)
     out << "  events in the order fed:\n";
     out << "    " << std::left << std::setw(10) << "T+s" << std::setw(26) << "FLOW" << std::setw(14) << "PAGE"
         << "EVENT\n";
-    std::vector<size_t> order(trace.events.size());
-    for (size_t i = 0; i < order.size(); ++i) {
-        order[i] = i;
-    }
-    std::stable_sort(order.begin(), order.end(),
-                     [&](size_t a, size_t b) { return trace.events[a].begin < trace.events[b].begin; });
-    for (size_t i : order) {
-        const TraceEvent &ev = trace.events[i];
-        const double rel = static_cast<double>(ev.begin - s.result.clockBegin) / 1e9;
+    for (int i : s.result.fedOrder) {
+        const TraceEvent &ev = trace.events[static_cast<size_t>(i)];
+        // A late line may begin before the first line fed.
+        const double rel = ev.begin >= s.result.clockBegin
+                               ? static_cast<double>(ev.begin - s.result.clockBegin) / 1e9
+                               : -static_cast<double>(s.result.clockBegin - ev.begin) / 1e9;
         out << "    " << std::left << std::setw(10) << Fixed(rel, 3) << std::setw(26) << Fit(ev.flow, 25)
-            << std::setw(14) << PageLabel(s.result.outcomes[i]) << EventText(ev) << "  [" << ev.origin << "]\n";
+            << std::setw(14) << PageLabel(s.result.outcomes[static_cast<size_t>(i)]) << EventText(ev) << "  ["
+            << ev.origin << "]\n";
     }
 }
 
 void WritePages(std::ostream &out, const SessionReport &s)
 {
     size_t hostWidth = 4;
-    for (const PageResult &p : s.result.pages) {
-        hostWidth = std::max(hostWidth, std::min<size_t>(p.host.size(), 32));
-    }
+    s.result.pages.ForEach(
+        [&](const PageResult &p) { hostWidth = std::max(hostWidth, std::min<size_t>(p.host.size(), 32)); });
     out << "  " << std::right << std::setw(6) << "PAGE" << "  " << std::left << std::setw(7) << "TYPE" << std::right
         << std::setw(5) << "REQ" << std::setw(5) << "RSP" << std::setw(6) << "SUCC" << std::setw(5) << "CNT"
         << std::setw(7) << "CAUSE" << std::setw(10) << "DELAY_MS" << std::setw(8) << "DNS_MS" << "  " << std::left
         << std::setw(static_cast<int>(hostWidth)) << "HOST" << "  URL\n";
-    for (const PageResult &p : s.result.pages) {
+    s.result.pages.ForEach([&](const PageResult &p) {
         out << "  " << std::right << std::setw(6) << p.id << "  " << std::left << std::setw(7) << KindName(p.kind)
             << std::right << std::setw(5) << p.requests << std::setw(5) << p.responses;
         if (p.reported) {
@@ -69,31 +66,30 @@ void WritePages(std::ostream &out, const SessionReport &s)
         }
         out << "  " << std::left << std::setw(static_cast<int>(hostWidth)) << Fit(p.host.empty() ? "-" : p.host, 32)
             << "  " << Fit(p.uri, 60) << "\n";
-    }
+    });
 }
 
 void WriteSummary(std::ostream &out, const SessionReport &s)
 {
     const Trace &t = *s.trace;
-    size_t requests = 0, black = 0, refused = 0, web = 0, counted = 0;
-    for (size_t i = 0; i < t.events.size(); ++i) {
-        requests += t.events[i].kind == EventKind::kRequest ? 1 : 0;
-        black += s.result.outcomes[i].black ? 1 : 0;
-        refused += s.result.outcomes[i].rc != WEBPAGE_OK ? 1 : 0;
-    }
-    for (const PageResult &p : s.result.pages) {
+    const SessionResult &r = s.result;
+    size_t web = 0, counted = 0;
+    r.pages.ForEach([&](const PageResult &p) {
         web += (p.kind == PageKind::kAssociate || p.kind == PageKind::kUcid) ? 1 : 0;
         counted += p.reported && p.kqi.ucPageFlag == 1 ? 1 : 0;
-    }
-    out << "  " << t.events.size() << " events (" << requests << " requests, " << t.events.size() - requests
-        << " responses, " << black << " black-listed, " << refused << " without page); " << s.result.pages.size()
-        << " pages (" << web << " web, " << counted << " counted); " << s.result.timerRuns << " timer runs over "
-        << Fixed(static_cast<double>(s.result.clockEnd - s.result.clockBegin) / 1e9, 1) << " s\n";
-    out << "  skipped: " << t.skipped.size() << " bad";
+    });
+    out << "  " << r.events << " events (" << r.requests << " requests, " << r.events - r.requests << " responses, "
+        << r.black << " black-listed, " << r.refused << " without page); " << r.pages.size() << " pages (" << web
+        << " web, " << counted << " counted); " << r.timerRuns << " timer runs over "
+        << Fixed(static_cast<double>(r.clockEnd - r.clockBegin) / 1e9, 1) << " s\n";
+    out << "  skipped: " << t.skippedCount << " bad";
     if (t.format == "har") {
         out << ", " << t.cacheHits << " cache hits, " << t.notHttp << " not HTTP (never on the wire)";
     }
-    out << "; library ERROR lines: " << s.result.libraryErrors << "\n";
+    if (r.late != 0) {
+        out << "; " << r.late << " late (out of time order, fed as they came)";
+    }
+    out << "; library ERROR lines: " << r.libraryErrors << "\n";
 }
 
 void WriteEval(std::ostream &out, const std::vector<SessionReport> &sessions)
@@ -159,7 +155,7 @@ void WriteText(std::ostream &out, const std::vector<SessionReport> &sessions, co
     if (sessions.size() > 1) {
         size_t events = 0, pages = 0, unreadable = 0;
         for (const SessionReport &s : sessions) {
-            events += s.trace->events.size();
+            events += s.result.events;
             pages += s.result.pages.size();
             unreadable += s.trace->fatal.empty() && s.result.setupError.empty() ? 0 : 1;
         }

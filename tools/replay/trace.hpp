@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace replay {
@@ -63,16 +64,31 @@ struct Issue {
     std::string what;
 };
 
+// A file full of bad lines must not fill memory: only the first are kept
+// for the JSON report, all are counted.
+constexpr size_t kMaxListedIssues = 1000;
+
+// A JSON Lines trace replayed as it is read keeps events and transactions
+// only when a report asks for them (--events, --html, --eval).
 struct Trace {
     std::string file;    // as named on the command line
     std::string format;  // "har" or "jsonl"
     std::vector<TraceEvent> events;
     std::vector<DnsRecord> dns;
     std::vector<Transaction> transactions;
-    std::vector<Issue> skipped;  // bad entries or lines, not replayed
+    std::vector<Issue> skipped;  // the first kMaxListedIssues bad entries or lines
+    size_t skippedCount = 0;     // all bad entries or lines, not replayed
     size_t cacheHits = 0;        // served by the browser cache: never on the wire
     size_t notHttp = 0;          // data:, blob: and other non-HTTP entries
     std::string fatal;           // set when the file as a whole could not be read
+
+    void Skip(Issue issue)
+    {
+        ++skippedCount;
+        if (skipped.size() < kMaxListedIssues) {
+            skipped.push_back(std::move(issue));
+        }
+    }
 };
 
 // How recorded URLs become the daemon's strings.
@@ -86,10 +102,9 @@ struct ReadOptions {
 enum class Format { kAuto, kHar, kJsonl };
 
 Trace ReadHar(const std::string &file, const std::string &text, const ReadOptions &options);
+// A whole JSON Lines text at once, DNS observations kept (see jsonl_reader.hpp
+// for reading line by line).
 Trace ReadJsonl(const std::string &file, const std::string &text);
-// Reads a file ("-": standard input); the format comes from the option, else
-// the file name (.har, .jsonl/.ndjson), else the content.
-Trace ReadTraceFile(const std::string &path, Format format, const ReadOptions &options);
 
 // The bundled sample session (JSONL).
 const char *SampleSession();

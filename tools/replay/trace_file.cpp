@@ -4,8 +4,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "session.hpp"
 #include "text_util.hpp"
-#include "trace.hpp"
 
 namespace replay {
 
@@ -17,59 +17,109 @@ bool EndsWith(const std::string &s, const std::string &suffix)
 }
 
 // A HAR file is one JSON document, usually spread over many lines; an event
-// trace is one object per line, or starts with a comment.
-bool LooksLikeHar(const std::string &text)
+// trace is one object per line, or starts with a comment. line: the first
+// with content.
+bool LooksLikeHar(const std::string &line)
 {
-    const size_t first = text.find_first_not_of(" \t\r\n");
-    if (first == std::string::npos || text[first] != '{') {
+    const size_t first = line.find_first_not_of(" \t\r\n");
+    if (first == std::string::npos || line[first] != '{') {
         return false;
     }
-    const size_t newline = text.find('\n', first);
-    const std::string line = text.substr(first, newline == std::string::npos ? std::string::npos : newline - first);
-    const nlohmann::json obj = nlohmann::json::parse(line, nullptr, false);
+    const nlohmann::json obj = nlohmann::json::parse(line.substr(first), nullptr, false);
     if (obj.is_discarded()) {
         return true;  // the document goes on past its first line
     }
     return obj.is_object() && obj.contains("log");
 }
 
+SessionReport Unreadable(const std::string &file, const std::string &why)
+{
+    SessionReport report;
+    report.trace = std::make_unique<Trace>();
+    report.trace->file = file;
+    report.trace->fatal = why;
+    return report;
+}
+
+SessionReport ReplayHar(const std::string &file, const std::string &text, const SessionOptions &options,
+                        const IssueSink &onIssue)
+{
+    SessionReport report;
+    report.trace = std::make_unique<Trace>(ReadHar(file, text, options.read));
+    const Trace &trace = *report.trace;
+    for (const Issue &issue : trace.skipped) {
+        onIssue(file, issue);
+    }
+    if (trace.skippedCount > trace.skipped.size()) {
+        onIssue(file, {"log.entries", std::to_string(trace.skippedCount - trace.skipped.size()) +
+                                          " more bad entries not listed"});
+    }
+    if (trace.fatal.empty()) {
+        report.result = Replay(trace, options.replay);
+        if (options.eval) {
+            report.eval = Evaluate(trace, report.result);
+        }
+    }
+    return report;
+}
+
+SessionReport ReplayStream(const std::string &file, std::istream &in, Format format, const SessionOptions &options,
+                           const IssueSink &onIssue)
+{
+    std::vector<std::string> head;
+    if (format == Format::kAuto) {
+        std::string line;
+        while (std::getline(in, line)) {
+            head.push_back(line);
+            if (line.find_first_not_of(" \t\r\n") != std::string::npos) {
+                break;
+            }
+        }
+        format = !head.empty() && LooksLikeHar(head.back()) ? Format::kHar : Format::kJsonl;
+    } else {
+        in.peek();  // a directory opens but cannot be read
+    }
+    if (in.bad()) {
+        return Unreadable(file, "cannot read the file");
+    }
+    if (format == Format::kJsonl) {
+        return StreamJsonl(file, in, options, onIssue, std::move(head));
+    }
+    std::ostringstream text;
+    for (const std::string &line : head) {
+        text << line << '\n';
+    }
+    text << in.rdbuf();
+    if (in.bad()) {
+        return Unreadable(file, "cannot read the file");
+    }
+    return ReplayHar(file, text.str(), options, onIssue);
+}
+
 }  // namespace
 
-Trace ReadTraceFile(const std::string &path, Format format, const ReadOptions &options)
+SessionReport ReplayFile(const std::string &path, const SessionOptions &options, const IssueSink &onIssue)
 {
     if (path == "-") {
-        std::ostringstream buffer;
-        buffer << std::cin.rdbuf();
-        const std::string text = buffer.str();
-        const bool har = format == Format::kHar || (format == Format::kAuto && LooksLikeHar(text));
-        return har ? ReadHar("(standard input)", text, options) : ReadJsonl("(standard input)", text);
+        return ReplayStream("(standard input)", std::cin, options.format, options, onIssue);
     }
     std::ifstream in(path, std::ios::binary);
     if (!in) {
-        Trace trace;
-        trace.file = path;
-        trace.fatal = "cannot open the file";
-        return trace;
+        return Unreadable(path, "cannot open the file");
     }
-    std::ostringstream buffer;
-    buffer << in.rdbuf();
-    if (in.bad()) {
-        Trace trace;
-        trace.file = path;
-        trace.fatal = "cannot read the file";
-        return trace;
+    Format format = options.format;
+    if (format == Format::kAuto && EndsWith(path, ".har")) {
+        format = Format::kHar;
+    } else if (format == Format::kAuto && (EndsWith(path, ".jsonl") || EndsWith(path, ".ndjson"))) {
+        format = Format::kJsonl;
     }
-    const std::string text = buffer.str();
-    if (format == Format::kAuto) {
-        if (EndsWith(path, ".har")) {
-            format = Format::kHar;
-        } else if (EndsWith(path, ".jsonl") || EndsWith(path, ".ndjson")) {
-            format = Format::kJsonl;
-        } else {
-            format = LooksLikeHar(text) ? Format::kHar : Format::kJsonl;
-        }
-    }
-    return format == Format::kHar ? ReadHar(path, text, options) : ReadJsonl(path, text);
+    return ReplayStream(path, in, format, options, onIssue);
+}
+
+SessionReport ReplaySample(const SessionOptions &options, const IssueSink &onIssue)
+{
+    std::istringstream in(SampleSession());
+    return StreamJsonl("bundled sample session", in, options, onIssue);
 }
 
 }  // namespace replay
