@@ -2,29 +2,21 @@
 // flash content, black-listed hosts, the input keyword) and the heartbeat
 // requests of the long-poll host, which all go to one single page per flow.
 #include <cstddef>
+#include <cstring>
 
 #include "webpage_util.hpp"
 
 namespace {
 
 using orvane::BoundedLen;
-using orvane::ContainsNoCase;
 using orvane::EqualNoCase;
+using orvane::HoldsKeyword;
 
 // Flash keywords 0 and 1 are looked for anywhere in the content type; the
 // last one is a file suffix, tested at the end of the URL and referer.
 constexpr size_t kFlashContentKeywordNum = 2;
 constexpr size_t kFlashSuffixKeyword = 2;
 static_assert(kFlashSuffixKeyword < PAGE_FLASH_KEYWORD_NUM, "suffix keyword is configured");
-
-// A configured keyword of length L matches a NUL-terminated text of the given
-// length when 1 <= L <= length and the text holds it, case ignored. Empty
-// keywords never match, so an operator can switch one off by clearing it.
-bool HoldsKeyword(const char *pcText, uint16_t usLen, const char *pcKeyword, size_t keywordMax)
-{
-    const size_t keywordLen = BoundedLen(pcKeyword, keywordMax);
-    return keywordLen != 0 && keywordLen <= usLen && ContainsNoCase(pcText, pcKeyword, keywordLen);
-}
 
 bool EndsWithNoCase(const char *pcText, uint16_t usLen, uint16_t usMax, const char *pcSuffix, size_t suffixLen)
 {
@@ -72,8 +64,9 @@ uint8_t IsBlackList(char *pcURL, uint16_t usURLLen, uint16_t usURLMax, char *pcR
         return 0;
     }
     pcContentType[usContentTypeMax] = '\0';
+    const size_t contentTypeLen = std::strlen(pcContentType);
     for (size_t i = 0; i < kFlashContentKeywordNum; ++i) {
-        if (HoldsKeyword(pcContentType, usContentTypeLen, g_stPageConfig.aacFlashKeyword[i],
+        if (HoldsKeyword(pcContentType, usContentTypeLen, contentTypeLen, g_stPageConfig.aacFlashKeyword[i],
                          PAGE_FLASH_KEYWORD_LEN)) {
             return 1;
         }
@@ -96,8 +89,9 @@ uint8_t IsHostBlackList(char *pcHost, uint16_t usLen, uint16_t usMax)
         return 0;
     }
     pcHost[usMax] = '\0';
+    const size_t hostLen = std::strlen(pcHost);
     for (const char *pcKeyword : g_stPageConfig.aacHostBlackKeyword) {
-        if (HoldsKeyword(pcHost, usLen, pcKeyword, PAGE_HOST_BLACK_LEN)) {
+        if (HoldsKeyword(pcHost, usLen, hostLen, pcKeyword, PAGE_HOST_BLACK_LEN)) {
             return 1;
         }
     }
@@ -110,7 +104,9 @@ uint8_t IsUrlBlackList(char *pcURL, uint16_t usLen, uint16_t usMax)
         return 0;
     }
     pcURL[usMax] = '\0';
-    return HoldsKeyword(pcURL, usLen, g_stPageConfig.acUcInputKeyword, PAGE_INPUT_KEYWORD_LEN) ? 1 : 0;
+    return HoldsKeyword(pcURL, usLen, std::strlen(pcURL), g_stPageConfig.acUcInputKeyword, PAGE_INPUT_KEYWORD_LEN)
+               ? 1
+               : 0;
 }
 
 uint32_t IsHeartBreak(uint32_t uiHostHashKey)

@@ -3,6 +3,7 @@
 // hosts, URLs, referers and locations lower-cased and hashed in one pass.
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "webpage_util.hpp"
 
@@ -23,6 +24,56 @@ constexpr char kHttpScheme[] = "http://";
 constexpr char kHttpsScheme[] = "https://";
 constexpr uint16_t kHttpSchemeLen = sizeof(kHttpScheme) - 1;
 constexpr uint16_t kHttpsSchemeLen = sizeof(kHttpsScheme) - 1;
+
+// Lower-cases ASCII capitals in n bytes, eight at a time.
+void LowerInPlace(char *pcText, size_t n)
+{
+    size_t i = 0;
+    for (; i + 8 <= n; i += 8) {
+        uint64_t ullWord;
+        std::memcpy(&ullWord, pcText + i, sizeof(ullWord));
+        ullWord = orvane::LowerWord(ullWord);
+        std::memcpy(pcText + i, &ullWord, sizeof(ullWord));
+    }
+    for (; i < n; ++i) {
+        pcText[i] = LowerAscii(pcText[i]);
+    }
+}
+
+// The hash's step, four bytes at once: h * 31^4 + b0 * 31^3 + b1 * 31^2 +
+// b2 * 31 + b3 is the same sum as four single steps, modulo 2^32, with one
+// multiplication on the chain instead of four.
+uint32_t ContinueHash(uint32_t uiHash, const char *pcText, size_t n)
+{
+    const auto *puc = reinterpret_cast<const unsigned char *>(pcText);
+    size_t i = 0;
+    for (; i + 4 <= n; i += 4) {
+        uiHash = uiHash * (kHashFactor * kHashFactor * kHashFactor * kHashFactor) +
+                 puc[i] * (kHashFactor * kHashFactor * kHashFactor) + puc[i + 1] * (kHashFactor * kHashFactor) +
+                 puc[i + 2] * kHashFactor + puc[i + 3];
+    }
+    for (; i < n; ++i) {
+        uiHash = uiHash * kHashFactor + puc[i];
+    }
+    return uiHash;
+}
+
+// The library's hash, unmasked, continued from uiHash: the text is taken up
+// to its first NUL (at most uiCount bytes), lower-cased in place, and its
+// length goes to *pulHashed.
+uint32_t LowerAndHash(uint32_t uiHash, char *pcText, uint32_t uiCount, size_t *pulHashed)
+{
+    const size_t n = strnlen(pcText, uiCount);
+    LowerInPlace(pcText, n);
+    *pulHashed = n;
+    return ContinueHash(uiHash, pcText, n);
+}
+
+uint32_t LowerAndHashKey(char *pcText, uint32_t uiCount)
+{
+    size_t ulHashed = 0;
+    return LowerAndHash(0, pcText, uiCount, &ulHashed) & kHashMask;
+}
 
 // The daemon marks an absent string by a null pointer or a zero length.
 inline bool HasText(const unsigned char *pucText, uint16_t usLen) { return pucText != nullptr && usLen != 0; }
@@ -111,12 +162,7 @@ uint32_t StrlwrAndBKDRHash(char *pcText, uint32_t uiCount)
     if (pcText == nullptr) {
         return 1;
     }
-    uint32_t uiHash = 0;
-    for (uint32_t i = 0; i < uiCount && pcText[i] != '\0'; ++i) {
-        pcText[i] = LowerAscii(pcText[i]);
-        uiHash = uiHash * kHashFactor + static_cast<unsigned char>(pcText[i]);
-    }
-    return uiHash & kHashMask;
+    return LowerAndHashKey(pcText, uiCount);
 }
 
 void AssemblyString(char *pcDst, uint16_t *pusDstLen, const char *pcSrc, uint16_t usSrcLen, uint16_t usDstMax)
@@ -173,7 +219,7 @@ void ProcLocation(char *pcLocation, uint16_t usMax, uint16_t *pusLen, uint32_t *
         pcLocation[--usLen] = '\0';
     }
     *pusLen = usLen;
-    const uint32_t uiKey = StrlwrAndBKDRHash(pcLocation, usLen);
+    const uint32_t uiKey = LowerAndHashKey(pcLocation, usLen);
     if (puiHashKey != nullptr) {
         *puiHashKey = uiKey;
     }
@@ -259,13 +305,16 @@ uint32_t GetReqEventInfo(const STWebPageEvent *pstEvent, STEventInfo *pstInfo)
                   pstInfo->acRefererUrl);
     }
     if (pstInfo->usRefererUrlLen != 0) {
-        pstInfo->uiRefererHashKey = StrlwrAndBKDRHash(pstInfo->acRefererUrl, pstInfo->usRefererUrlLen);
+        pstInfo->uiRefererHashKey = LowerAndHashKey(pstInfo->acRefererUrl, pstInfo->usRefererUrlLen);
         LOG_TRACE(ucTid, "After Hash,RefererUrlLen is %u,RefererUrl is [%s],RefererHashKey is %u.",
                   pstInfo->usRefererUrlLen, pstInfo->acRefererUrl, pstInfo->uiRefererHashKey);
     }
 
+    uint32_t uiHostHash = 0;
+    size_t ulHostHashed = 0;
     if (pstInfo->usHostLen != 0) {
-        pstInfo->uiHostHashKey = StrlwrAndBKDRHash(pstInfo->acHost, pstInfo->usHostLen);
+        uiHostHash = LowerAndHash(0, pstInfo->acHost, pstInfo->usHostLen, &ulHostHashed);
+        pstInfo->uiHostHashKey = uiHostHash & kHashMask;
         LOG_TRACE(ucTid, "After Hash,HostLen is %u,Host is [%s],HostHashKey is %u.", pstInfo->usHostLen,
                   pstInfo->acHost, pstInfo->uiHostHashKey);
         // The URL starts from the host already in small letters.
@@ -280,7 +329,21 @@ uint32_t GetReqEventInfo(const STWebPageEvent *pstEvent, STEventInfo *pstInfo)
         LOG_TRACE(ucTid, "After assembly,URLLen is %u,URL is [%s].", pstInfo->usURLLen, pstInfo->acURL);
     }
     if (pstInfo->usURLLen != 0) {
-        pstInfo->uiURLHashKey = StrlwrAndBKDRHash(pstInfo->acURL, pstInfo->usURLLen);
+        // Whether the path was appended or carried the host itself, the URL
+        // begins with the host's bytes, already small and hashed: the URL's
+        // hash goes on from there. A host cut short by a NUL cuts the URL's
+        // hash at the same byte.
+        const size_t ulHostLen = pstInfo->usHostLen;
+        uint32_t uiURLHash = uiHostHash;
+        size_t ulHashed = 0;
+        if (pstInfo->usURLLen < ulHostLen) {
+            // Defensive only: neither join leaves the URL shorter than the host.
+            uiURLHash = LowerAndHash(0, pstInfo->acURL, pstInfo->usURLLen, &ulHashed);
+        } else if (ulHostHashed == ulHostLen) {
+            uiURLHash = LowerAndHash(uiHostHash, pstInfo->acURL + ulHostLen,
+                                     static_cast<uint32_t>(pstInfo->usURLLen - ulHostLen), &ulHashed);
+        }
+        pstInfo->uiURLHashKey = uiURLHash & kHashMask;
         LOG_TRACE(ucTid, "After Hash,URLLen is %u,URL is [%s],URLHashKey is %u.", pstInfo->usURLLen, pstInfo->acURL,
                   pstInfo->uiURLHashKey);
     }

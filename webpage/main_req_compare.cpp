@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "time_window.hpp"
 #include "webpage_util.hpp"
 
 namespace {
@@ -323,6 +324,11 @@ uint64_t CompareMainReqString(STEventInfo *pstInfo, STCompareInfo *pstCompare, u
     LOG_TRACE(ucTid, "PageNum is %u, CompareType is %u.", pstList->uiNodeNum, enCompareType);
 
     const char *const pcFunc = __func__;
+    // Only the location and URL rules test time inside this walk.
+    const bool bTimedInWalk =
+        enCompareType == COMPARE_URL_WITH_MAIN_REQ_LOCATION || enCompareType == COMPARE_REFERER_WITH_MAIN_REQ_URL;
+    const orvane::TimeWindow stWindow(bTimedInWalk ? enCompareType : uint32_t{COMPARE_NONE}, pstInfo->ullReqBeginTime,
+                                      pstInfo->ullReqEndTime, pstInfo->usCauseCode);
     uint64_t ullHostPageID = 0;
     STTranNode *pstHit = orvane::WalkList(pstList, [&](STTranNode *pstNode) {
         STPageNode *pstPage = PageOf(pstNode);
@@ -336,11 +342,10 @@ uint64_t CompareMainReqString(STEventInfo *pstInfo, STCompareInfo *pstCompare, u
             ullHostPageID = SpecialProcHostWithMainReqHost(pstPage, pstInfo, pstCompare, enCompareType);
             return ullHostPageID != 0;
         }
-        if (enCompareType != COMPARE_URL_WITH_MAIN_REQ_LOCATION && enCompareType != COMPARE_REFERER_WITH_MAIN_REQ_URL) {
+        if (!bTimedInWalk) {
             return false;
         }
-        return CompareTime(pstPage, pstInfo, enCompareType) == 0 &&
-               CompareMainReqStrWithDiffType(pstPage, pstCompare, enCompareType) == 0;
+        return stWindow.FitsPage(*pstPage) && CompareMainReqStrWithDiffType(pstPage, pstCompare, enCompareType) == 0;
     });
     if (pstHit == nullptr) {
         return 0;

@@ -1,20 +1,19 @@
 // The match driver: screens a request, hands UCID requests to their own
 // matcher, runs the association rules in order and falls back to the flow's
 // page or a new one. Responses only take the fallback.
+#include <cstring>
+
 #include "webpage_util.hpp"
 
 namespace {
-
-using orvane::ContainsNoCase;
 
 // The configured input keyword (typed-in search text) anywhere in the URI.
 bool UriHasInputKeyword(STEventInfo *pstInfo)
 {
     pstInfo->acUri[URI_MAX_LEN] = '\0';
-    const char *pcKeyword = g_stPageConfig.acUcInputKeyword;
-    const size_t keywordLen = orvane::BoundedLen(pcKeyword, sizeof(g_stPageConfig.acUcInputKeyword));
-    return pstInfo->usUriLen != 0 && keywordLen != 0 && pstInfo->usUriLen >= keywordLen &&
-           ContainsNoCase(pstInfo->acUri, pcKeyword, keywordLen);
+    return pstInfo->usUriLen != 0 &&
+           orvane::HoldsKeyword(pstInfo->acUri, pstInfo->usUriLen, std::strlen(pstInfo->acUri),
+                                g_stPageConfig.acUcInputKeyword, sizeof(g_stPageConfig.acUcInputKeyword));
 }
 
 bool IsBlackRequest(STEventInfo *pstInfo)

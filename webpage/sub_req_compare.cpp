@@ -3,6 +3,7 @@
 // and the referer-with-referer rule, which may open a new page instead.
 #include <cstring>
 
+#include "time_window.hpp"
 #include "webpage_util.hpp"
 
 namespace {
@@ -43,33 +44,27 @@ const SubRule *SubRuleOf(uint32_t enCompareType)
     return nullptr;
 }
 
-uint64_t RefTimeOf(RefTime enWhich, const STPageNode *pstPage, const STMatchStrNode *pstStr)
-{
-    switch (enWhich) {
-        case RefTime::PageLastReq:
-            return pstPage->ullPageLastReq;
-        case RefTime::PageLastRsp:
-            return pstPage->ullPageLastRsp;
-        case RefTime::StrBegin:
-            return pstStr->ullBeginTime;
-        case RefTime::StrEnd:
-            return pstStr->ullEndTime;
+// Where a walk over saved strings takes one reference time from: a field of
+// each string, or a time of the page, which stays put during the walk.
+class RefSource {
+public:
+    RefSource(RefTime enWhich, const STPageNode *pstPage)
+        : m_pullOfString(enWhich == RefTime::StrBegin ? &STMatchStrNode::ullBeginTime
+                         : enWhich == RefTime::StrEnd ? &STMatchStrNode::ullEndTime
+                                                      : nullptr),
+          m_ullOfPage(enWhich == RefTime::PageLastReq ? pstPage->ullPageLastReq : pstPage->ullPageLastRsp)
+    {
     }
-    return 0;
-}
 
-uint32_t CompareStrTime(const STPageNode *pstPage, const STMatchStrNode *pstStr, const STEventInfo *pstInfo,
-                        uint32_t enCompareType)
-{
-    const SubRule *pstRule = SubRuleOf(enCompareType);
-    const uint64_t ullRefBegin =
-        pstRule != nullptr ? RefTimeOf(pstRule->enRefBegin, pstPage, pstStr) : pstPage->ullPageLastReq;
-    const uint64_t ullRefEnd =
-        pstRule != nullptr ? RefTimeOf(pstRule->enRefEnd, pstPage, pstStr) : pstPage->ullPageLastRsp;
-    return CompareMsgTime(pstPage->ullPageFirReq, pstInfo->ullReqBeginTime, pstInfo->ullReqEndTime, ullRefBegin,
-                          ullRefEnd, enCompareType, pstPage->enNetworkType, pstPage->usCauseCode,
-                          pstInfo->usCauseCode);
-}
+    uint64_t Of(const STMatchStrNode *pstStr) const
+    {
+        return m_pullOfString != nullptr ? pstStr->*m_pullOfString : m_ullOfPage;
+    }
+
+private:
+    uint64_t STMatchStrNode::*m_pullOfString;
+    uint64_t m_ullOfPage;
+};
 
 // The newest successful web page, the one whose saved strings the sub rules
 // of types 3 to 5 consult.
@@ -178,11 +173,19 @@ uint64_t CompareSubReqString(STEventInfo *pstInfo, STPageNode *pstPage, STCompar
     }
 
     // Oldest string first; the window test is cheap and runs before the
-    // byte comparisons.
+    // byte comparisons. The window is the page's for the whole walk; a
+    // compare type without a string rule takes the page's own times.
+    const SubRule *pstRule = SubRuleOf(enCompareType);
+    const RefSource stRefBegin(pstRule != nullptr ? pstRule->enRefBegin : RefTime::PageLastReq, pstPage);
+    const RefSource stRefEnd(pstRule != nullptr ? pstRule->enRefEnd : RefTime::PageLastRsp, pstPage);
+    const orvane::TimeWindow stWindow(enCompareType, pstInfo->ullReqBeginTime, pstInfo->ullReqEndTime,
+                                      pstInfo->usCauseCode);
+    const uint64_t ullLength = stWindow.LengthFor(pstPage->enNetworkType, pstPage->usCauseCode);
+    const uint64_t ullPageFirReq = pstPage->ullPageFirReq;
     const char *const pcFunc = __func__;
     STTranNode *pstHit = orvane::WalkList(pstList, [&](STTranNode *pstNode) {
         STMatchStrNode *pstStr = MatchStrOf(pstNode);
-        if (CompareStrTime(pstPage, pstStr, pstInfo, enCompareType) != 0) {
+        if (!stWindow.FitsPage(ullPageFirReq, stRefBegin.Of(pstStr), stRefEnd.Of(pstStr), ullLength)) {
             return false;
         }
         LOG_TRACE_AS(pcFunc, ucTid, "Sub match, compare time is OK.");

@@ -1,76 +1,24 @@
 // Time windows of the association rules: is a request close enough in time to
 // a page (or to one of its saved strings) for a rule to join them. Each
-// compare type is one row of kWindowRules, read by EvaluateWindow; the last
+// compare type is one row of kWindowRules (time_window.hpp), read by
+// EvaluateWindow here and by TimeWindow in the walks; the last
 // rule, CompareMsgTimeWithAllPageNode, joins a request to a page on time alone.
 #include <cstddef>
 
+#include "time_window.hpp"
 #include "webpage_util.hpp"
 
 namespace {
 
+using orvane::Bound;
+using orvane::kNetworkColumnNum;
+using orvane::kNsPerMs;
+using orvane::kRowFallbackNs;
+using orvane::kWindowRules;
+using orvane::WindowRule;
+using Kind = orvane::WindowKind;
+
 constexpr uint32_t kInside = 0;
-constexpr uint64_t kNsPerMs = 1000000ull;
-constexpr uint32_t kNetworkColumnNum = 4;
-
-// The window a row falls back to when its table entry is 0. Row 2's fallback
-// is longer than its configured default on purpose.
-constexpr uint64_t kRowFallbackNs[] = {
-    2000 * kNsPerMs,   // TIME_THRESHOLD_TRANS_WITH_PAGE
-    3000 * kNsPerMs,   // TIME_THRESHOLD_HOST
-    5500 * kNsPerMs,   // TIME_THRESHOLD_REFERER_URL
-    15000 * kNsPerMs,  // TIME_THRESHOLD_URL_LOCATION
-    2000 * kNsPerMs,   // TIME_THRESHOLD_APP_CORRELATION
-    2000 * kNsPerMs,   // TIME_THRESHOLD_REFERER_REFERER
-};
-static_assert(sizeof(kRowFallbackNs) / sizeof(kRowFallbackNs[0]) * kNetworkColumnNum ==
-                  sizeof(g_auiTimeThreshold) / sizeof(g_auiTimeThreshold[0]),
-              "one fallback per threshold row");
-
-// How a window after a reference time is bounded; a zero reference (time
-// unknown) never opens its window.
-enum class Bound : uint8_t { kNone, kStrict, kInclusive };
-
-enum class Kind : uint8_t {
-    kNever,        // no rule: always outside
-    kString,       // a string rule's window: an overlap with the references is inside
-    kStatusAware,  // time-only rules: an event that only ends in the window needs a good status
-};
-
-struct WindowRule {
-    Kind enKind;
-    uint8_t ucRow;
-    Bound enAfterRefBegin;  // window after X (last request, or a string's begin)
-    Bound enAfterRefEnd;    // window after Y (last response, or a string's end)
-    bool bNeedsBothRefs;    // either reference unknown: outside
-    bool bDouble407;        // pages held up by proxy authentication get twice the time
-};
-
-constexpr WindowRule kWindowRules[] = {
-    /* URL with main-request location */
-    {Kind::kString, TIME_THRESHOLD_URL_LOCATION, Bound::kNone, Bound::kInclusive, false, false},
-    /* referer with main-request URL */
-    {Kind::kString, TIME_THRESHOLD_REFERER_URL, Bound::kStrict, Bound::kInclusive, false, false},
-    /* host with main-request host */
-    {Kind::kString, TIME_THRESHOLD_HOST, Bound::kStrict, Bound::kInclusive, false, true},
-    /* URL with sub-request location */
-    {Kind::kString, TIME_THRESHOLD_URL_LOCATION, Bound::kNone, Bound::kInclusive, false, false},
-    /* referer with sub-request URL */
-    {Kind::kString, TIME_THRESHOLD_REFERER_URL, Bound::kStrict, Bound::kNone, true, false},
-    /* host with sub-request host */
-    {Kind::kString, TIME_THRESHOLD_HOST, Bound::kInclusive, Bound::kNone, false, true},
-    /* referer with referer */
-    {Kind::kString, TIME_THRESHOLD_REFERER_REFERER, Bound::kStrict, Bound::kInclusive, false, false},
-    /* no rule */
-    {Kind::kNever, 0, Bound::kNone, Bound::kNone, false, false},
-    /* time only, web-type page */
-    {Kind::kStatusAware, TIME_THRESHOLD_TRANS_WITH_PAGE, Bound::kStrict, Bound::kInclusive, false, false},
-    /* time only, page not of web type */
-    {Kind::kStatusAware, TIME_THRESHOLD_APP_CORRELATION, Bound::kStrict, Bound::kInclusive, false, false},
-    /* the second name of the web-type time rule */
-    {Kind::kStatusAware, TIME_THRESHOLD_TRANS_WITH_PAGE, Bound::kStrict, Bound::kInclusive, false, false},
-};
-static_assert(sizeof(kWindowRules) / sizeof(kWindowRules[0]) == COMPARE_TRANS_WITH_PAGE_ALT + 1,
-              "one window per compare type");
 
 uint64_t ThresholdNs(const WindowRule &stRule, uint32_t enNetworkType, uint16_t usPageCauseCode)
 {
@@ -152,8 +100,14 @@ constexpr orvane::TimeJoinLines kWebPageTimeJoin{
     "Match page(webtype) with time is OK,Update page,PageID is %llu.",
 };
 
+// The two windows of the time-only walk, prepared once for all its pages.
+struct TimeOnlyWindows {
+    orvane::TimeWindow stWebPage;
+    orvane::TimeWindow stOtherPage;
+};
+
 // One page of the time-only walk: the ID that took the event, or 0 to go on.
-uint64_t MatchPageByTime(STPageNode *pstPage, STEventInfo *pstInfo)
+uint64_t MatchPageByTime(STPageNode *pstPage, STEventInfo *pstInfo, const TimeOnlyWindows &stWindows)
 {
     const uint8_t ucThreadID = pstInfo->ucThreadID;
     const uint64_t ullBegin = pstInfo->ullReqBeginTime;
@@ -161,12 +115,14 @@ uint64_t MatchPageByTime(STPageNode *pstPage, STEventInfo *pstInfo)
         return 0;
     }
     if (orvane::HasFlag(pstPage, PAGE_FLAG_WEBTYPE)) {
-        return orvane::JoinByTransWindow(pstPage, pstInfo, kAllPageFunc, kWebPageTimeJoin) ? pstPage->uiPageID : 0;
+        return orvane::JoinByTransWindow(pstPage, pstInfo, stWindows.stWebPage, kAllPageFunc, kWebPageTimeJoin)
+                   ? pstPage->uiPageID
+                   : 0;
     }
 
-    if (CompareMsgTimeAppCorrelation(ullBegin, pstInfo->ullReqEndTime, pstPage->ullPageLastReq,
-                                     pstPage->ullPageLastRsp, pstPage->enNetworkType,
-                                     pstInfo->usCauseCode) != kInside) {
+    const orvane::TimeWindow &stWindow = stWindows.stOtherPage;
+    if (!stWindow.Fits(pstPage->ullPageLastReq, pstPage->ullPageLastRsp,
+                       stWindow.LengthFor(pstPage->enNetworkType, 0))) {
         return 0;
     }
     LOG_TRACE_AS(kAllPageFunc, ucThreadID, "Page is not webtype,match page with time is OK.");
@@ -200,11 +156,12 @@ uint64_t MatchPageByTime(STPageNode *pstPage, STEventInfo *pstInfo)
 
 namespace orvane {
 
-bool JoinByTransWindow(STPageNode *pstPage, STEventInfo *pstInfo, const char *pcFunc, const TimeJoinLines &stLines)
+bool JoinByTransWindow(STPageNode *pstPage, STEventInfo *pstInfo, const TimeWindow &stWindow, const char *pcFunc,
+                       const TimeJoinLines &stLines)
 {
     const uint8_t ucTid = pstInfo->ucThreadID;
-    if (CompareMsgTimeTransWithPage(pstInfo->ullReqBeginTime, pstInfo->ullReqEndTime, pstPage->ullPageLastReq,
-                                    pstPage->ullPageLastRsp, pstPage->enNetworkType, pstInfo->usCauseCode) != kInside) {
+    if (!stWindow.Fits(pstPage->ullPageLastReq, pstPage->ullPageLastRsp,
+                       stWindow.LengthFor(pstPage->enNetworkType, 0))) {
         return false;
     }
     LOG_TRACE_AS(pcFunc, ucTid, "%s", stLines.pcMatched);
@@ -309,9 +266,15 @@ uint64_t CompareMsgTimeWithAllPageNode(STEventInfo *pstInfo)
 
     // Newest page first, so among pages all within their windows the most
     // recently opened one takes the event.
+    const TimeOnlyWindows stWindows{
+        orvane::TimeWindow(COMPARE_TRANS_WITH_PAGE, pstInfo->ullReqBeginTime, pstInfo->ullReqEndTime,
+                           pstInfo->usCauseCode),
+        orvane::TimeWindow(COMPARE_APP_CORRELATION, pstInfo->ullReqBeginTime, pstInfo->ullReqEndTime,
+                           pstInfo->usCauseCode),
+    };
     uint64_t ullPageID = 0;
     orvane::WalkList(&pstContext->stPageNodeList, [&](STTranNode *pstNode) {
-        ullPageID = MatchPageByTime(orvane::PageOf(pstNode), pstInfo);
+        ullPageID = MatchPageByTime(orvane::PageOf(pstNode), pstInfo, stWindows);
         return ullPageID != 0;
     });
     if (ullPageID == 0) {

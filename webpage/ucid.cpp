@@ -1,6 +1,7 @@
 // UCID pages: requests that carry a UCID are placed by time alone among the
 // pages such requests opened, on a list of their own, and their flows'
 // responses follow them there.
+#include "time_window.hpp"
 #include "webpage_util.hpp"
 
 namespace {
@@ -57,9 +58,11 @@ uint64_t CompareUcidMsgTime(STEventInfo *pstInfo)
 
     // A UCID page is a web page by its type: no content test.
     const char *const pcFunc = __func__;
+    const orvane::TimeWindow stWindow(COMPARE_TRANS_WITH_PAGE, pstInfo->ullReqBeginTime, pstInfo->ullReqEndTime,
+                                      pstInfo->usCauseCode);
     STPageNode *pstHit = orvane::FindInList<STPageNode>(&pstCtx->stUcidPageNodeList, [&](STPageNode *pstPage) {
         return orvane::MayJoinByTime(pstPage, pstInfo->ullReqBeginTime) &&
-               orvane::JoinByTransWindow(pstPage, pstInfo, pcFunc, kUcidTimeJoin);
+               orvane::JoinByTransWindow(pstPage, pstInfo, stWindow, pcFunc, kUcidTimeJoin);
     });
     if (pstHit != nullptr) {
         return pstHit->uiPageID;

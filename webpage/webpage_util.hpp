@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "list_walk.hpp"
 #include "log_macros.h"
@@ -87,7 +88,12 @@ inline uint64_t MakePageID(uint8_t ucThreadID, uint64_t ullCounter)
     return (ullCounter & PAGE_ID_MASK) | (static_cast<uint64_t>(ucThreadID) << PAGE_ID_THREAD_SHIFT);
 }
 
-inline char LowerAscii(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c; }
+// Branch-free: one unsigned compare decides whether to set the case bit.
+inline char LowerAscii(char c)
+{
+    const unsigned u = static_cast<unsigned char>(c);
+    return static_cast<char>(u | (u - 'A' < 26u ? 0x20u : 0u));
+}
 
 // Compares n bytes ignoring ASCII case (stops at neither NUL).
 inline bool EqualNoCase(const char *a, const char *b, size_t n)
@@ -100,20 +106,119 @@ inline bool EqualNoCase(const char *a, const char *b, size_t n)
     return true;
 }
 
-// Finds needle in the NUL-terminated text ignoring ASCII case, the way a
-// strcasestr would: the text ends at its first NUL.
-inline bool ContainsNoCase(const char *pcText, const char *pcNeedle, size_t needleLen)
+// Lower-cases the ASCII capitals among eight bytes: each byte's low seven
+// bits plus a constant carry into its top bit exactly when the byte is at
+// least 'A' (or above 'Z'); bytes with the top bit set are left alone.
+inline uint64_t LowerWord(uint64_t ullWord)
+{
+    constexpr uint64_t kLow7 = 0x7F7F7F7F7F7F7F7Full;
+    constexpr uint64_t kHighs = 0x8080808080808080ull;
+    constexpr uint64_t kFromA = 0x3F3F3F3F3F3F3F3Full;  // 'A' + 0x3F = 0x80
+    constexpr uint64_t kPastZ = 0x2525252525252525ull;  // 'Z' + 1 + 0x25 = 0x80
+    const uint64_t ullLow = ullWord & kLow7;
+    const uint64_t ullCapitals = (ullLow + kFromA) & ~(ullLow + kPastZ) & ~ullWord & kHighs;
+    return ullWord | (ullCapitals >> 2);
+}
+
+// A pattern's first byte, ready to be found in a text with one compare per
+// text byte: lowered once, and with the case bit (0x20) to set in the text's
+// byte when it is a letter, so that a small letter matches exactly its two
+// cases and any other byte only itself.
+class FirstByte {
+public:
+    explicit FirstByte(char c)
+        : m_ucTarget(static_cast<unsigned char>(LowerAscii(c))),
+          m_ucFold((static_cast<unsigned>(m_ucTarget) - 'a' < 26u) ? 0x20 : 0),
+          m_ullTarget(m_ucTarget * kOnes),
+          m_ullFold(m_ucFold * kOnes)
+    {
+    }
+
+    // The first byte of [p, end) that matches, or end. On a little-endian
+    // machine eight bytes are tested at once while they lie before end: in
+    // the zero-byte mask below the lowest set bit always marks a true match
+    // (a borrow only runs upwards from a zero byte), so it is the first one.
+    const char *FindIn(const char *p, const char *end) const
+    {
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+        for (; end - p >= 8; p += 8) {
+            uint64_t ullWord;
+            std::memcpy(&ullWord, p, sizeof(ullWord));
+            const uint64_t ullDiff = (ullWord | m_ullFold) ^ m_ullTarget;
+            const uint64_t ullFound = (ullDiff - kOnes) & ~ullDiff & kHighs;
+            if (ullFound != 0) {
+                return p + (__builtin_ctzll(ullFound) >> 3);
+            }
+        }
+#endif
+        for (; p < end; ++p) {
+            if ((static_cast<unsigned char>(*p) | m_ucFold) == m_ucTarget) {
+                return p;
+            }
+        }
+        return end;
+    }
+
+private:
+    static constexpr uint64_t kOnes = 0x0101010101010101ull;
+    static constexpr uint64_t kHighs = 0x8080808080808080ull;
+
+    unsigned char m_ucTarget;
+    unsigned char m_ucFold;
+    uint64_t m_ullTarget;
+    uint64_t m_ullFold;
+};
+
+// Finds needle in a text of textLen bytes that holds no NUL, ignoring ASCII
+// case. A position is rejected on its first byte with one compare; the rest
+// of the needle is compared only where that byte fits. A needle holding a
+// NUL is never found, as in a NUL-terminated text.
+inline bool ContainsNoCaseIn(const char *pcText, size_t textLen, const char *pcNeedle, size_t needleLen)
 {
     if (needleLen == 0) {
         return true;
     }
-    for (const char *p = pcText; *p != '\0'; ++p) {
-        size_t i = 0;
-        while (i < needleLen && p[i] != '\0' && LowerAscii(p[i]) == LowerAscii(pcNeedle[i])) {
+    if (textLen < needleLen) {
+        return false;
+    }
+    const FirstByte stFirst(pcNeedle[0]);
+    const char *const end = pcText + (textLen - needleLen) + 1;
+    for (const char *p = stFirst.FindIn(pcText, end); p != end; p = stFirst.FindIn(p + 1, end)) {
+        if (EqualNoCase(p + 1, pcNeedle + 1, needleLen - 1)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// Finds needle in the NUL-terminated text ignoring ASCII case, the way a
+// strcasestr would: the text ends at its first NUL.
+inline bool ContainsNoCase(const char *pcText, const char *pcNeedle, size_t needleLen)
+{
+    return needleLen == 0 || ContainsNoCaseIn(pcText, std::strlen(pcText), pcNeedle, needleLen);
+}
+
+// Whether a NUL-terminated text (its NUL at textLen) holds a configured
+// keyword, case ignored: the keyword's bytes up to its NUL or keywordMax, no
+// longer than usLen. An empty keyword never matches, so an operator can
+// switch one off by clearing it. The keyword is measured while it is
+// compared, never kept, since the daemon may rewrite the configuration.
+inline bool HoldsKeyword(const char *pcText, uint16_t usLen, size_t textLen, const char *pcKeyword,
+                         size_t keywordMax)
+{
+    if (keywordMax == 0 || pcKeyword[0] == '\0') {
+        return false;
+    }
+    const FirstByte stFirst(pcKeyword[0]);
+    const char *const end = pcText + textLen;
+    for (const char *p = stFirst.FindIn(pcText, end); p != end; p = stFirst.FindIn(p + 1, end)) {
+        // The text's own NUL ends a partial match, so p[i] stays in the text.
+        size_t i = 1;
+        while (i < keywordMax && pcKeyword[i] != '\0' && LowerAscii(p[i]) == LowerAscii(pcKeyword[i])) {
             ++i;
         }
-        if (i == needleLen) {
-            return true;
+        if (i == keywordMax || pcKeyword[i] == '\0') {
+            return i <= usLen;  // the keyword's length, wherever it is found
         }
     }
     return false;
@@ -135,14 +240,7 @@ inline uint16_t CopyCut(char *pcDst, uint16_t usMax, const void *pSrc, uint16_t 
 }
 
 // Length of a configured text held in a fixed array (at most its size).
-inline size_t BoundedLen(const char *pcText, size_t max)
-{
-    size_t n = 0;
-    while (n < max && pcText[n] != '\0') {
-        ++n;
-    }
-    return n;
-}
+inline size_t BoundedLen(const char *pcText, size_t max) { return strnlen(pcText, max); }
 
 // With no page left on either list: logs so and stops the running page
 // timer, if one is registered and started; lines carry pcFunc. Defined with
@@ -231,10 +329,14 @@ inline bool MayJoinByTime(const STPageNode *pstPage, uint64_t ullReqBegin)
            (ullReqBegin == 0 || pstPage->ullPageFirReq <= ullReqBegin);
 }
 
-// Joins the event to the page when it falls in the transaction window;
-// true once the page took it. Defined in time_window.cpp; the UCID pages'
-// time match shares it.
-bool JoinByTransWindow(STPageNode *pstPage, STEventInfo *pstInfo, const char *pcFunc, const TimeJoinLines &stLines);
+class TimeWindow;
+
+// Joins the event to the page when it falls in the transaction window
+// (stWindow, prepared for the event with COMPARE_TRANS_WITH_PAGE); true once
+// the page took it. Defined in time_window.cpp; the UCID pages' time match
+// shares it.
+bool JoinByTransWindow(STPageNode *pstPage, STEventInfo *pstInfo, const TimeWindow &stWindow, const char *pcFunc,
+                       const TimeJoinLines &stLines);
 
 // Points the compare record at the list to walk and fills its event side
 // (keys, lengths, capacities, texts), logged under pcFunc; returns 1 when the

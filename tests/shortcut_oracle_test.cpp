@@ -1,0 +1,170 @@
+// The per-event shortcuts against plain oracles: word-at-a-time case-free
+// search, the hash continued from the host into the URL, and time windows
+// prepared once per walk against CompareMsgTime.
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "daemon_fixture.hpp"
+#include "time_window.hpp"
+#include "webpage_util.hpp"
+
+namespace orvane_test {
+namespace {
+
+char Lower(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c + 32) : c; }
+
+bool NaiveContains(const char *text, const char *needle, size_t n)
+{
+    for (const char *p = text; n != 0 && *p != '\0'; ++p) {
+        size_t i = 0;
+        while (i < n && p[i] != '\0' && Lower(p[i]) == Lower(needle[i])) {
+            ++i;
+        }
+        if (i == n) {
+            return true;
+        }
+    }
+    return n == 0;
+}
+
+uint32_t NaiveKey(const char *text, size_t n)
+{
+    uint32_t h = 0;
+    for (size_t i = 0; i < n && text[i] != '\0'; ++i) {
+        h = h * 31u + static_cast<unsigned char>(Lower(text[i]));
+    }
+    return h & 0x7FFFFFFFu;
+}
+
+// Texts rich in near-misses: letters of both cases that a pattern starts
+// with, bytes one apart from them, high bytes and the odd NUL.
+std::string Noise(std::mt19937 &rng, size_t maxLen)
+{
+    static const char kAlphabet[] = "oOnNpPsS/?=uUcCiIdD.\x80\xCF\xEF\x01";
+    std::string s(rng() % (maxLen + 1), 'x');
+    for (char &c : s) {
+        c = rng() % 29 == 0 ? '\0' : kAlphabet[rng() % (sizeof(kAlphabet) - 1)];
+    }
+    return s;
+}
+
+TEST(ShortcutOracle, ContainsNoCaseAgreesWithNaiveSearch)
+{
+    // A candidate just before the scan's restart once flagged its neighbour.
+    EXPECT_FALSE(orvane::ContainsNoCase("aonnebox", "onebox", 6));
+    EXPECT_TRUE(orvane::ContainsNoCase("x.ONEBOX.example", "onebox", 6));
+    EXPECT_FALSE(orvane::ContainsNoCase("abc", "b\0c", 3));
+    std::mt19937 rng(7);
+    for (int i = 0; i < 200000; ++i) {
+        const std::string text = Noise(rng, 40);
+        std::string needle = Noise(rng, 5);
+        if (rng() % 2 != 0 && text.size() > 2) {
+            needle = text.substr(rng() % text.size(), 1 + rng() % 6);
+        }
+        ASSERT_EQ(orvane::ContainsNoCase(text.c_str(), needle.data(), needle.size()),
+                  NaiveContains(text.c_str(), needle.data(), needle.size()))
+            << "text " << testing::PrintToString(text) << " needle " << testing::PrintToString(needle);
+    }
+}
+
+TEST(ShortcutOracle, KeywordsAreMeasuredAsConfigured)
+{
+    char text[] = "Metrics.STATISTIC.example";
+    const uint16_t len = sizeof(text) - 1;
+    // A keyword fills its array without a NUL: its bytes stop at the array's end.
+    const char full[4] = {'s', 't', 'a', 't'};
+    EXPECT_TRUE(orvane::HoldsKeyword(text, len, len, full, sizeof(full)));
+    EXPECT_FALSE(orvane::HoldsKeyword(text, len, len, "", 10));
+    // Longer than the length the caller claims: never held, wherever it stands.
+    EXPECT_FALSE(orvane::HoldsKeyword(text, 8, len, "statistic", 10));
+    EXPECT_TRUE(orvane::HoldsKeyword(text, 9, len, "statistic", 10));
+    // The text ends at its NUL, not at the claimed length.
+    const char cut[] = "Metrics\0STATISTIC";
+    EXPECT_FALSE(orvane::HoldsKeyword(cut, sizeof(cut) - 1, std::strlen(cut), "statistic", 10));
+}
+
+TEST(ShortcutOracle, UrlKeyIsTheHashOfTheAssembledUrl)
+{
+    std::mt19937 rng(11);
+    const std::vector<std::string> hosts = {"WWW.Shop.example", "cdn.example", std::string("ab\0CD", 5), ""};
+    for (int i = 0; i < 5000; ++i) {
+        const std::string host = hosts[rng() % hosts.size()];
+        std::string lowHost = host;
+        for (char &c : lowHost) {
+            c = Lower(c);
+        }
+        const std::string uris[] = {Noise(rng, 30), lowHost + "/Index.HTML", lowHost + Noise(rng, 8),
+                                    host + "/x", "/" + Noise(rng, 200)};
+        const std::string uri = uris[rng() % 5];
+        STWebPageEvent ev{};
+        ev.usEventID = WEBPAGE_EVENT_REQUEST;
+        ev.pucHost = reinterpret_cast<const unsigned char *>(host.data());
+        ev.usHostLen = static_cast<uint16_t>(host.size());
+        ev.pucURL = reinterpret_cast<const unsigned char *>(uri.data());
+        ev.usURLLen = static_cast<uint16_t>(uri.size());
+        STFlowInfo flow;
+        API_InitWebPageFlow(&flow);
+        STEventInfo info;
+        InitPageProcessInfo(0, &flow, &info);
+        ASSERT_EQ(GetReqEventInfo(&ev, &info), 0u);
+        std::string url(info.acURL, info.usURLLen);
+        const std::string shown = testing::PrintToString(host) + " + " + testing::PrintToString(uri);
+        ASSERT_EQ(info.uiURLHashKey, info.usURLLen == 0 ? 0u : NaiveKey(url.data(), url.size())) << shown;
+        ASSERT_EQ(info.uiHostHashKey, info.usHostLen == 0 ? 0u : NaiveKey(host.data(), info.usHostLen)) << shown;
+        for (size_t k = 0; k < url.size() && url[k] != '\0'; ++k) {
+            ASSERT_FALSE(url[k] >= 'A' && url[k] <= 'Z') << shown;
+        }
+    }
+}
+
+class PreparedWindowTest : public DaemonTest {
+protected:
+    void SetUp() override
+    {
+        DaemonTest::SetUp();
+        InitThreads({0});
+    }
+};
+
+TEST_F(PreparedWindowTest, AgreesWithCompareMsgTimeOverAGrid)
+{
+    const uint64_t t0 = 1000 * kSec;
+    const uint64_t offsets[] = {0, 1, 2 * kSec - 1, 2 * kSec, 3 * kSec, 3 * kSec + 1, 6 * kSec, 15 * kSec, 31 * kSec};
+    std::vector<uint64_t> times = {0, ~0ull};
+    for (uint64_t o : offsets) {
+        times.push_back(t0 + o);
+        times.push_back(t0 - o);
+    }
+    const uint16_t causes[] = {0, 200, 404, 407};
+    for (int config = 0; config < 3; ++config) {
+        g_ausCauseCode407[0] = config == 2 ? 0 : 407;
+        g_auiTimeThreshold[5] = config == 1 ? 0 : 7000;  // host row, network 1: fallback or longer
+        for (uint32_t type = 0; type <= COMPARE_TRANS_WITH_PAGE_ALT + 1; ++type) {
+            for (uint64_t b : times) {
+                for (uint64_t e : {uint64_t{0}, b + kSec, b}) {
+                    const orvane::TimeWindow window(type, b, e, causes[(b / kSec) % 4]);
+                    for (uint64_t x : times) {
+                        for (uint64_t y : {uint64_t{0}, x, x + 4 * kSec, t0}) {
+                            for (uint32_t net = 0; net < 5; ++net) {
+                                for (uint16_t cause : causes) {
+                                    const uint64_t first = (x + net) % 3 == 0 ? b + 1 : t0 - kSec;
+                                    const uint16_t eventCause = causes[(b / kSec) % 4];
+                                    const bool inside = CompareMsgTime(first, b, e, x, y, type, net, cause,
+                                                                       eventCause) == 0;
+                                    ASSERT_EQ(window.FitsPage(first, x, y, window.LengthFor(net, cause)), inside)
+                                        << "type " << type << " begin " << b << " end " << e << " X " << x
+                                        << " Y " << y << " net " << net << " cause " << cause;
+                                }
+                            }
+                        }
+                    }
+                }
+            }
+        }
+    }
+}
+
+}  // namespace
+}  // namespace orvane_test

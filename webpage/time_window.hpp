@@ -1,0 +1,175 @@
+// A rule's time window prepared once for a walk over pages or saved strings.
+// CompareMsgTime reads the rule's row, the threshold table and the 407 code
+// on every call; a walk tests the same event against up to a few hundred
+// references, so it reads them once here and tests each reference inline.
+// The verdicts are CompareMsgTime's (and the single-rule windows').
+#ifndef ORVANE_TIME_WINDOW_HPP
+#define ORVANE_TIME_WINDOW_HPP
+
+#include <cstdint>
+
+#include "webpage_internal.h"
+
+namespace orvane {
+
+// How a window after a reference time is bounded; a zero reference (time
+// unknown) never opens its window.
+enum class Bound : uint8_t { kNone, kStrict, kInclusive };
+
+enum class WindowKind : uint8_t {
+    kNever,        // no rule: always outside
+    kString,       // a string rule's window: an overlap with the references is inside
+    kStatusAware,  // time-only rules: an event that only ends in the window needs a good status
+};
+
+struct WindowRule {
+    WindowKind enKind;
+    uint8_t ucRow;
+    Bound enAfterRefBegin;  // window after X (last request, or a string's begin)
+    Bound enAfterRefEnd;    // window after Y (last response, or a string's end)
+    bool bNeedsBothRefs;    // either reference unknown: outside
+    bool bDouble407;        // pages held up by proxy authentication get twice the time
+};
+
+constexpr uint32_t kNetworkColumnNum = 4;
+constexpr uint64_t kNsPerMs = 1000000ull;
+
+// The window a row falls back to when its table entry is 0. Row 2's fallback
+// is longer than its configured default on purpose.
+inline constexpr uint64_t kRowFallbackNs[] = {
+    2000 * kNsPerMs,   // TIME_THRESHOLD_TRANS_WITH_PAGE
+    3000 * kNsPerMs,   // TIME_THRESHOLD_HOST
+    5500 * kNsPerMs,   // TIME_THRESHOLD_REFERER_URL
+    15000 * kNsPerMs,  // TIME_THRESHOLD_URL_LOCATION
+    2000 * kNsPerMs,   // TIME_THRESHOLD_APP_CORRELATION
+    2000 * kNsPerMs,   // TIME_THRESHOLD_REFERER_REFERER
+};
+static_assert(sizeof(kRowFallbackNs) / sizeof(kRowFallbackNs[0]) * kNetworkColumnNum ==
+                  sizeof(g_auiTimeThreshold) / sizeof(g_auiTimeThreshold[0]),
+              "one fallback per threshold row");
+
+inline constexpr WindowRule kWindowRules[] = {
+    /* URL with main-request location */
+    {WindowKind::kString, TIME_THRESHOLD_URL_LOCATION, Bound::kNone, Bound::kInclusive, false, false},
+    /* referer with main-request URL */
+    {WindowKind::kString, TIME_THRESHOLD_REFERER_URL, Bound::kStrict, Bound::kInclusive, false, false},
+    /* host with main-request host */
+    {WindowKind::kString, TIME_THRESHOLD_HOST, Bound::kStrict, Bound::kInclusive, false, true},
+    /* URL with sub-request location */
+    {WindowKind::kString, TIME_THRESHOLD_URL_LOCATION, Bound::kNone, Bound::kInclusive, false, false},
+    /* referer with sub-request URL */
+    {WindowKind::kString, TIME_THRESHOLD_REFERER_URL, Bound::kStrict, Bound::kNone, true, false},
+    /* host with sub-request host */
+    {WindowKind::kString, TIME_THRESHOLD_HOST, Bound::kInclusive, Bound::kNone, false, true},
+    /* referer with referer */
+    {WindowKind::kString, TIME_THRESHOLD_REFERER_REFERER, Bound::kStrict, Bound::kInclusive, false, false},
+    /* no rule */
+    {WindowKind::kNever, 0, Bound::kNone, Bound::kNone, false, false},
+    /* time only, web-type page */
+    {WindowKind::kStatusAware, TIME_THRESHOLD_TRANS_WITH_PAGE, Bound::kStrict, Bound::kInclusive, false, false},
+    /* time only, page not of web type */
+    {WindowKind::kStatusAware, TIME_THRESHOLD_APP_CORRELATION, Bound::kStrict, Bound::kInclusive, false, false},
+    /* the second name of the web-type time rule */
+    {WindowKind::kStatusAware, TIME_THRESHOLD_TRANS_WITH_PAGE, Bound::kStrict, Bound::kInclusive, false, false},
+};
+static_assert(sizeof(kWindowRules) / sizeof(kWindowRules[0]) == COMPARE_TRANS_WITH_PAGE_ALT + 1,
+              "one window per compare type");
+
+class TimeWindow {
+public:
+    // Takes the compare type's row (an unknown type is never inside) and
+    // where its thresholds are, the 407 code and whether the event's status
+    // counts as answered.
+    TimeWindow(uint32_t enCompareType, uint64_t ullBegin, uint64_t ullEnd, uint16_t usEventCauseCode)
+        : m_stRule(enCompareType < sizeof(kWindowRules) / sizeof(kWindowRules[0]) ? kWindowRules[enCompareType]
+                                                                                  : kWindowRules[COMPARE_NONE]),
+          m_us407(g_ausCauseCode407[0]),
+          // Only the time-only rules look at the event's status.
+          m_bStatusOk(m_stRule.enKind == WindowKind::kStatusAware && IsRsponseOK(usEventCauseCode) != 0),
+          m_puiThresholdRow(&g_auiTimeThreshold[m_stRule.ucRow * kNetworkColumnNum]),
+          m_ullFallback(kRowFallbackNs[m_stRule.ucRow]),
+          m_ullBegin(ullBegin),
+          m_ullEnd(ullEnd)
+    {
+    }
+
+    // The window's length in ns for a page of this network type and cause:
+    // the row's threshold for the network type (its fallback when 0),
+    // doubled for a page held up by proxy authentication where the rule says so.
+    uint64_t LengthFor(uint32_t enNetworkType, uint16_t usPageCauseCode) const
+    {
+        const uint32_t uiColumn = (enNetworkType >= 1 && enNetworkType < kNetworkColumnNum) ? enNetworkType : 0;
+        const uint32_t uiMs = m_puiThresholdRow[uiColumn];
+        const uint64_t ullLength = uiMs != 0 ? uiMs * kNsPerMs : m_ullFallback;
+        return (m_stRule.bDouble407 && m_us407 != 0 && usPageCauseCode == m_us407) ? ullLength << 1 : ullLength;
+    }
+
+    // The single-rule windows' verdict against references X and Y.
+    bool Fits(uint64_t ullRefBegin, uint64_t ullRefEnd, uint64_t ullLength) const
+    {
+        const bool bBeganBeforeRef = m_ullBegin < ullRefBegin || m_ullBegin < ullRefEnd;
+        switch (m_stRule.enKind) {
+            case WindowKind::kNever:
+                return false;
+            case WindowKind::kString:
+                if (bBeganBeforeRef) {
+                    return true;
+                }
+                if (m_stRule.bNeedsBothRefs && (ullRefBegin == 0 || ullRefEnd == 0)) {
+                    return false;
+                }
+                break;
+            case WindowKind::kStatusAware:
+                if (m_ullEnd == 0 && bBeganBeforeRef) {
+                    return true;
+                }
+                break;
+        }
+        if (!Near(ullRefBegin, ullLength, m_stRule.enAfterRefBegin) &&
+            !Near(ullRefEnd, ullLength, m_stRule.enAfterRefEnd)) {
+            return false;
+        }
+        return m_stRule.enKind == WindowKind::kString || m_ullBegin >= ullRefBegin || m_bStatusOk;
+    }
+
+    // CompareMsgTime's verdict: an event that began before the page did is
+    // outside whatever the references say.
+    bool FitsPage(uint64_t ullPageFirReq, uint64_t ullRefBegin, uint64_t ullRefEnd, uint64_t ullLength) const
+    {
+        return !(m_ullBegin != 0 && ullPageFirReq > m_ullBegin) && Fits(ullRefBegin, ullRefEnd, ullLength);
+    }
+
+    // The same against the page's own last request and response.
+    bool FitsPage(const STPageNode &stPage) const
+    {
+        return FitsPage(stPage.ullPageFirReq, stPage.ullPageLastReq, stPage.ullPageLastRsp,
+                        LengthFor(stPage.enNetworkType, stPage.usCauseCode));
+    }
+
+private:
+    // Order is checked before subtracting so that a time before the
+    // reference can never wrap into a small, "inside" distance.
+    static bool WithinAfter(uint64_t ullTime, uint64_t ullRef, uint64_t ullLength, Bound enBound)
+    {
+        return ullTime >= ullRef &&
+               (enBound == Bound::kStrict ? ullTime - ullRef < ullLength : ullTime - ullRef <= ullLength);
+    }
+
+    bool Near(uint64_t ullRef, uint64_t ullLength, Bound enBound) const
+    {
+        return enBound != Bound::kNone && ullRef != 0 &&
+               (WithinAfter(m_ullBegin, ullRef, ullLength, enBound) || WithinAfter(m_ullEnd, ullRef, ullLength, enBound));
+    }
+
+    WindowRule m_stRule;
+    uint16_t m_us407;
+    bool m_bStatusOk;
+    const uint32_t *m_puiThresholdRow;  // the rule's row of g_auiTimeThreshold, in ms
+    uint64_t m_ullFallback;
+    uint64_t m_ullBegin;
+    uint64_t m_ullEnd;
+};
+
+}  // namespace orvane
+
+#endif
