@@ -272,22 +272,7 @@ inline uint32_t OnTimerStop(uint64_t handle)
 // Puts every global of the library back to its state at load time.
 inline void ResetLibrary()
 {
-    g_PageEndFunc = nullptr;
-    for (uint32_t t = 0; t < WEBPAGE_THREAD_NUM; ++t) {
-        if (g_pstWebPage[t] != nullptr) {
-            API_ReleaseWebPage(t);
-        }
-    }
-    g_funcDaemonSDKLog = nullptr;
-    g_enSDKLogLevel = LOG_LEVEL_TRACE;
-    g_DNSQueryFunc = nullptr;
-    std::memset(&g_stWebPageTimer, 0, sizeof(g_stWebPageTimer));
-    std::memset(&g_stWebPageConfig, 0, sizeof(g_stWebPageConfig));
-    std::memset(&g_stPageConfig, 0, sizeof(g_stPageConfig));
-    std::memset(g_auiTimeThreshold, 0, sizeof(g_auiTimeThreshold));
-    std::memset(g_ausCauseCode407, 0, sizeof(g_ausCauseCode407));
-    std::memset(g_aulPageID, 0, sizeof(g_aulPageID));
-    g_stTestConfig = 0;
+    orvane_check::ResetLibraryGlobals();
     Rec() = Recorder();
 }
 

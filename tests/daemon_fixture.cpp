@@ -1,5 +1,7 @@
 #include "daemon_fixture.hpp"
 
+#include "webpage_check.hpp"
+
 #include <cstring>
 
 namespace orvane_test {
@@ -115,24 +117,7 @@ uint32_t StopTimer(uint64_t ulTimer)
 
 void ResetLibrary()
 {
-    for (uint32_t t = 0; t < WEBPAGE_THREAD_NUM; ++t) {
-        if (g_pstWebPage[t] != nullptr) {
-            PFPageEndFunc saved = g_PageEndFunc;
-            g_PageEndFunc = nullptr;
-            API_ReleaseWebPage(t);
-            g_PageEndFunc = saved;
-        }
-    }
-    g_funcDaemonSDKLog = nullptr;
-    g_enSDKLogLevel = LOG_LEVEL_TRACE;
-    g_PageEndFunc = nullptr;
-    g_DNSQueryFunc = nullptr;
-    std::memset(&g_stWebPageTimer, 0, sizeof(g_stWebPageTimer));
-    std::memset(&g_stWebPageConfig, 0, sizeof(g_stWebPageConfig));
-    std::memset(&g_stPageConfig, 0, sizeof(g_stPageConfig));
-    std::memset(g_auiTimeThreshold, 0, sizeof(g_auiTimeThreshold));
-    std::memset(g_ausCauseCode407, 0, sizeof(g_ausCauseCode407));
-    g_stTestConfig = 0;
+    orvane_check::ResetLibraryGlobals();
     Sinks().Clear();
 }
 

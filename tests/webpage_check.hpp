@@ -5,6 +5,7 @@
 #define ORVANE_TESTS_WEBPAGE_CHECK_HPP
 
 #include <cstdint>
+#include <cstring>
 #include <set>
 #include <string>
 
@@ -119,6 +120,28 @@ inline std::string CheckContext(uint8_t tid, std::set<uint64_t> *openIDs)
         return Fail("string nodes lost: used vs on open pages", ctx->stMatchStrMemPool.m_uiUsedNodeNum, strings);
     }
     return {};
+}
+
+// Puts every global of the page association back to its state at load time;
+// open pages are released without a report.
+inline void ResetLibraryGlobals()
+{
+    g_PageEndFunc = nullptr;
+    for (uint32_t t = 0; t < WEBPAGE_THREAD_NUM; ++t) {
+        if (g_pstWebPage[t] != nullptr) {
+            API_ReleaseWebPage(t);
+        }
+    }
+    g_funcDaemonSDKLog = nullptr;
+    g_enSDKLogLevel = LOG_LEVEL_TRACE;
+    g_DNSQueryFunc = nullptr;
+    std::memset(&g_stWebPageTimer, 0, sizeof(g_stWebPageTimer));
+    std::memset(&g_stWebPageConfig, 0, sizeof(g_stWebPageConfig));
+    std::memset(&g_stPageConfig, 0, sizeof(g_stPageConfig));
+    std::memset(g_auiTimeThreshold, 0, sizeof(g_auiTimeThreshold));
+    std::memset(g_ausCauseCode407, 0, sizeof(g_ausCauseCode407));
+    std::memset(g_aulPageID, 0, sizeof(g_aulPageID));
+    g_stTestConfig = 0;
 }
 
 }  // namespace orvane_check

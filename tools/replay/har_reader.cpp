@@ -269,9 +269,22 @@ void AddEvents(const HarEntry &e, const ReadOptions &options, std::map<std::stri
     uint32_t serverIp = 0;
     ParseIpv4(e.server, &serverIp);  // IPv6 and unknown addresses stay 0
 
-    TraceEvent req;
+    // What the request and its response share: the flow, its endpoints and
+    // the transaction's answer (a daemon reports the status on both).
+    TraceEvent shared;
+    shared.flow = flowKey;
+    shared.status = e.status;
+    shared.location = e.location;
+    shared.contentType = e.contentType;
+    shared.syn = flow.syn;
+    shared.clientPort = flow.clientPort;
+    shared.serverPort = e.url.port;
+    shared.clientIp = kClientIp;
+    shared.serverIp = serverIp;
+    shared.origin = Where(e.index);
+
+    TraceEvent req = shared;
     req.kind = EventKind::kRequest;
-    req.flow = flowKey;
     req.host = e.url.authority;
     req.uri = DaemonPath(e.url.target, options.keepSlash);
     UrlParts referer;
@@ -285,17 +298,8 @@ void AddEvents(const HarEntry &e, const ReadOptions &options, std::map<std::stri
     }
     req.methodName = e.method;
     req.method = MethodCode(e.method);
-    req.status = e.status;
-    req.location = e.location;
-    req.contentType = e.contentType;
     req.begin = reqBegin;
     req.end = reqEnd;
-    req.syn = flow.syn;
-    req.clientPort = flow.clientPort;
-    req.serverPort = e.url.port;
-    req.clientIp = kClientIp;
-    req.serverIp = serverIp;
-    req.origin = Where(e.index);
 
     Transaction tx;
     tx.origin = req.origin;
@@ -310,20 +314,10 @@ void AddEvents(const HarEntry &e, const ReadOptions &options, std::map<std::stri
     trace->events.push_back(req);
 
     if (e.answered) {
-        TraceEvent rsp;
+        TraceEvent rsp = shared;
         rsp.kind = EventKind::kResponse;
-        rsp.flow = flowKey;
-        rsp.status = e.status;
-        rsp.location = e.location;
-        rsp.contentType = e.contentType;
         rsp.begin = rspBegin;
         rsp.end = rspEnd;
-        rsp.syn = flow.syn;
-        rsp.clientPort = flow.clientPort;
-        rsp.serverPort = e.url.port;
-        rsp.clientIp = kClientIp;
-        rsp.serverIp = serverIp;
-        rsp.origin = req.origin;
         rsp.transaction = txIndex;
         tx.response = static_cast<int>(trace->events.size());
         trace->events.push_back(rsp);
