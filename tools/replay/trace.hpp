@@ -48,6 +48,14 @@ struct DnsRecord {
     uint32_t delayMs = 0;
 };
 
+// A stretch of a transaction as the recording timed it: HAR's blocked, dns,
+// connect, tls, send, wait and receive; a capture's handshake, request, wait
+// and response. ns on the trace's clock.
+struct Phase {
+    std::string name;
+    uint64_t begin = 0, end = 0;
+};
+
 // One request with its response, as the recording listed it.
 struct Transaction {
     std::string origin;
@@ -56,6 +64,17 @@ struct Transaction {
     std::string truePage;  // the recording's own page label; empty when none
     uint64_t begin = 0, end = 0;
     int request = -1, response = -1;  // indexes into Trace::events
+    std::vector<Phase> phases;        // in time order; empty when not timed
+    int64_t bodySize = -1;            // response body bytes, -1 when unknown
+};
+
+// A page as the recording itself saw it (HAR log.pages): when the browser
+// started it and its load milestones, relative to that start.
+struct RecordedPage {
+    std::string id, title;
+    uint64_t start = 0;             // ns on the trace's clock
+    double onContentLoadMs = -1.0;  // -1: not recorded
+    double onLoadMs = -1.0;
 };
 
 // An input problem: where (entry or line) and what.
@@ -76,6 +95,7 @@ struct Trace {
     std::vector<TraceEvent> events;
     std::vector<DnsRecord> dns;
     std::vector<Transaction> transactions;
+    std::vector<RecordedPage> pages;  // the recording's own pages, when it has them
     std::vector<Issue> skipped;  // the first kMaxListedIssues bad entries or lines
     size_t skippedCount = 0;     // all bad entries or lines, not replayed
     size_t cacheHits = 0;        // served by the browser cache: never on the wire

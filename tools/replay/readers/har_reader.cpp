@@ -31,7 +31,8 @@ struct HarEntry {
     std::string referer, location, contentType, pageref;
     uint32_t status = 0;
     bool answered = false;
-    uint64_t blocked = 0, dns = 0, connect = 0, send = 0, wait = 0, receive = 0;
+    uint64_t blocked = 0, dns = 0, connect = 0, ssl = 0, send = 0, wait = 0, receive = 0;
+    int64_t bodySize = -1;
     std::string connection, server;
     int clientPort = -1;
 };
@@ -93,6 +94,16 @@ std::string Header(const json &message, const char *name)
         }
     }
     return {};
+}
+
+// A size field, -1 when absent or not a count.
+int64_t NonNegative(const json &obj, const char *key)
+{
+    auto it = obj.find(key);
+    if (it == obj.end() || !it->is_number_integer() || it->get<int64_t>() < 0) {
+        return -1;
+    }
+    return it->get<int64_t>();
 }
 
 // A connection id or socket number as text; numbers and strings both occur.
@@ -168,6 +179,10 @@ HarEntry ReadEntry(const json &entry, size_t index)
     if (e.location.empty() && response.contains("redirectURL") && response["redirectURL"].is_string()) {
         e.location = response["redirectURL"].get<std::string>();
     }
+    e.bodySize = NonNegative(response, "bodySize");
+    if (e.bodySize < 0 && response.contains("content") && response["content"].is_object()) {
+        e.bodySize = NonNegative(response["content"], "size");
+    }
     e.contentType = Header(response, "Content-Type");
     if (e.contentType.empty() && response.contains("content") && response["content"].is_object() &&
         response["content"].contains("mimeType") && response["content"]["mimeType"].is_string()) {
@@ -181,6 +196,7 @@ HarEntry ReadEntry(const json &entry, size_t index)
     e.blocked = Timing(timings, "blocked", false);
     e.dns = Timing(timings, "dns", false);
     e.connect = Timing(timings, "connect", false);
+    e.ssl = std::min(Timing(timings, "ssl", false), e.connect);  // part of connect
     e.send = Timing(timings, "send", true);
     e.wait = Timing(timings, "wait", true);
     e.receive = Timing(timings, "receive", true);
@@ -308,6 +324,19 @@ void AddEvents(const HarEntry &e, const ReadOptions &options, std::map<std::stri
     tx.truePage = e.pageref;
     tx.begin = reqBegin;
     tx.end = e.answered ? rspEnd : reqEnd;
+    tx.bodySize = e.bodySize;
+    const Phase phases[] = {{"blocked", e.start, dnsBegin},
+                            {"dns", dnsBegin, connectBegin},
+                            {"connect", connectBegin, reqBegin - e.ssl},
+                            {"tls", reqBegin - e.ssl, reqBegin},
+                            {"send", reqBegin, reqEnd},
+                            {"wait", reqEnd, rspBegin},
+                            {"receive", rspBegin, rspEnd}};
+    for (const Phase &phase : phases) {
+        if (phase.end > phase.begin && (e.answered || phase.begin < reqEnd)) {
+            tx.phases.push_back(phase);
+        }
+    }
     const int txIndex = static_cast<int>(trace->transactions.size());
     req.transaction = txIndex;
     tx.request = static_cast<int>(trace->events.size());
@@ -323,6 +352,38 @@ void AddEvents(const HarEntry &e, const ReadOptions &options, std::map<std::stri
         trace->events.push_back(rsp);
     }
     trace->transactions.push_back(tx);
+}
+
+// log.pages: optional, and a broken page only loses its milestones.
+void ReadPages(const json &log, Trace *trace)
+{
+    auto pages = log.find("pages");
+    if (pages == log.end() || !pages->is_array()) {
+        return;
+    }
+    for (const json &page : *pages) {
+        if (!page.is_object() || !page.contains("id") || !page["id"].is_string()) {
+            continue;
+        }
+        RecordedPage p;
+        p.id = page["id"].get<std::string>();
+        if (page.contains("title") && page["title"].is_string()) {
+            p.title = page["title"].get<std::string>();
+        }
+        if (page.contains("startedDateTime") && page["startedDateTime"].is_string()) {
+            ParseIsoTime(page["startedDateTime"].get<std::string>(), &p.start);
+        }
+        auto timings = page.find("pageTimings");
+        if (timings != page.end() && timings->is_object()) {
+            for (auto [key, out] : {std::pair{"onContentLoad", &p.onContentLoadMs}, std::pair{"onLoad", &p.onLoadMs}}) {
+                auto it = timings->find(key);
+                if (it != timings->end() && it->is_number() && it->get<double>() >= 0.0) {
+                    *out = it->get<double>();
+                }
+            }
+        }
+        trace->pages.push_back(std::move(p));
+    }
 }
 
 }  // namespace
@@ -349,6 +410,7 @@ Trace ReadHar(const std::string &file, const std::string &text, const ReadOption
         return trace;
     }
 
+    ReadPages(log, &trace);
     std::vector<HarEntry> entries;
     const json &list = log["entries"];
     for (size_t i = 0; i < list.size(); ++i) {
