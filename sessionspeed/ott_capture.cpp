@@ -152,13 +152,13 @@ uint32_t API_OTTTransProcess(const STOttTransInput *pstInput, CMemPool *pstPool,
 
 void FreeOttTransNode(CMemPool *pstPool, STOttTransNode *pstNode, STTranManage *pstList)
 {
-    // A node the list refuses to unlink may still be linked somewhere: handing
-    // it back to the pool would let two owners share it.
-    if (pstPool == nullptr || pstNode == nullptr || pstList == nullptr ||
-        RemoveNode(&pstNode->stNode, pstList) != 0) {
+    if (pstPool == nullptr || pstNode == nullptr || pstList == nullptr) {
         LOG_ERROR(kOttErrorTid, "FreeOttTransNode input param error.");
         return;
     }
+    // The node goes back even when the list declines to unlink it (it was on
+    // no list, say): the pool is fixed, and a node kept out would be lost.
+    RemoveNode(&pstNode->stNode, pstList);
     FreeNodeMem(&pstNode->stNode, pstPool);
 }
 

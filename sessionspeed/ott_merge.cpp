@@ -199,9 +199,6 @@ void StartMergeTrans(STTranManage *pstList, STOttTransNode *pstNew, CMemPool *ps
         InsertNodeHead(&pstNew->stNode, pstList);
         return;
     }
-    if (pstPool == nullptr) {
-        return;  // it could absorb nothing: leave the list as it is
-    }
     // Pull the tail out to the new end, so the end always lands in or before a node.
     if (pstNew->ullEndTime >= pstTail->ullEndTime) {
         pstTail->ullEndTime = pstNew->ullEndTime;

@@ -48,6 +48,7 @@ TEST(Equivalence, UrlSameAsLocation)
         {"long URL, location cut at 128", "h.example", kLongUrl, kLongUrl.substr(0, LOCATION_MAX_LEN), 80, 1},
         {"long URL, cut location differs", "h.example", kLongUrl, cutDiffers, 80, 0},
         {"other host", "a.example", "a.example/x", "b.example/x", 80, 0},
+        {"path behind an embedded NUL", "h.example", "h.example/abc", std::string("h.example\0/abc", 14), 80, 0},
     };
     for (const Equivalence &c : cases) {
         Record rec(c.host, c.eventText, "", c.port);
@@ -66,6 +67,8 @@ TEST(Equivalence, RefererSameAsUrl)
         {"port form", "h.example", "h.example:8080/abc", "h.example/abc/def", 8080, 1},
         {"different path", "h.example", "h.example/lisx", "h.example/list", 80, 0},
         {"referer of another host", "h.example", "o.example/list", "h.example/list", 80, 0},
+        {"referer path behind an embedded NUL", "h.example", std::string("h.example\0/list", 15), "h.example/list",
+         80, 0},
     };
     for (const Equivalence &c : cases) {
         Record rec("", "", c.eventText, c.port);

@@ -105,5 +105,18 @@ TEST_F(OttTest, NodeHelpersRefuseAbsentArgumentsAndHandOutClearedNodes)
     EXPECT_EQ(again->ullBeginTime + again->ullEndTime + again->uiPayLoad, 0u);
 }
 
+TEST_F(OttTest, NodeOnNoListStillGoesBackToThePool)
+{
+    // A node the list cannot unlink (it is on no list) must not be lost to
+    // the fixed pool.
+    STOttTransNode *loose = CreateOTTTransListNode(pool_);
+    ASSERT_NE(loose, nullptr);
+    ASSERT_EQ(GetFreeNodeNum(pool_), kPoolNodes - 1);
+    FreeOttTransNode(pool_, loose, &flow_.stTransList);
+    EXPECT_EQ(GetFreeNodeNum(pool_), kPoolNodes);
+    EXPECT_EQ(GetListFreeNodeNum(pool_), kPoolNodes);
+    EXPECT_FALSE(Logged("ERROR"));
+}
+
 }  // namespace
 }  // namespace ott_test

@@ -29,11 +29,22 @@ bool EndsWithSlash(const char *pcText, size_t len) { return len != 0 && pcText[l
 // |a - b| <= 1 without unsigned wrap.
 bool WithinOne(size_t a, size_t b) { return a + 1 >= b && b + 1 >= a; }
 
-// Offset of the first '/' within len bytes, or len when there is none.
-size_t FirstSlash(const char *pcText, size_t len)
+// The text from its first '/' to its end; empty when there is none. Like
+// every comparison here, the search and the length stop at the first NUL, so
+// bytes behind an embedded NUL never count.
+struct SlashTail {
+    const char *pcText;
+    size_t len;
+};
+SlashTail FromFirstSlash(const char *pcText, size_t len)
 {
-    const void *pHit = std::memchr(pcText, '/', len);
-    return pHit == nullptr ? len : static_cast<size_t>(static_cast<const char *>(pHit) - pcText);
+    const size_t end = strnlen(pcText, len);
+    const void *pHit = std::memchr(pcText, '/', end);
+    if (pHit == nullptr) {
+        return {pcText + end, 0};
+    }
+    const size_t slash = static_cast<size_t>(static_cast<const char *>(pHit) - pcText);
+    return {pcText + slash, end - slash};
 }
 
 // strncat bounded by the room actually left, so a caller's non-empty
@@ -236,9 +247,9 @@ uint8_t IsUrlSameAsLocation(STCompareInfo *pstCompare, char *pcLocation, uint16_
     if (h != 0 && (h > l || !SameText(pcLocation, pcHost, h))) {
         return 0;
     }
-    const size_t slash = FirstSlash(pcLocation, l);
-    const char *pcLocPath = pcLocation + slash;
-    const size_t q = l - slash;
+    const SlashTail stLocPath = FromFirstSlash(pcLocation, l);
+    const char *pcLocPath = stLocPath.pcText;
+    const size_t q = stLocPath.len;
     if (SamePathNearLength(pcLocPath, q, pcPath, p)) {
         return 1;
     }
@@ -269,9 +280,9 @@ uint8_t IsRefererSameAsUrl(STCompareInfo *pstCompare, char *pcURL, uint16_t usUR
     if (g != 0 && (pcHost == nullptr || r < g || !SameText(pcReferer, pcHost, g))) {
         return 0;
     }
-    const size_t slash = FirstSlash(pcReferer, r);
-    const char *pcRefPath = pcReferer + slash;
-    const size_t q = r - slash;
+    const SlashTail stRefPath = FromFirstSlash(pcReferer, r);
+    const char *pcRefPath = stRefPath.pcText;
+    const size_t q = stRefPath.len;
     if (v < g) {
         return 0;
     }
