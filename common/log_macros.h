@@ -5,10 +5,18 @@
 
 #include "orvane_log.h"
 
+// Lines name their source file without the build's directory, as operators
+// grep for "page_store.cpp:123"; a whole build path would be cut to its tail.
+#ifdef __FILE_NAME__
+#define ORVANE_SOURCE_FILE __FILE_NAME__
+#else
+#define ORVANE_SOURCE_FILE __FILE__
+#endif
+
 #define ORVANE_LOG_AT(level, tid, ...)                                                   \
     do {                                                                                  \
         if (g_enSDKLogLevel <= (level)) {                                                 \
-            SDKLog((uint32_t)(tid), (level), __FILE__, __func__, (uint32_t)__LINE__,      \
+            SDKLog((uint32_t)(tid), (level), ORVANE_SOURCE_FILE, __func__, (uint32_t)__LINE__,      \
                    __VA_ARGS__);                                                          \
         }                                                                                 \
     } while (0)
@@ -22,7 +30,7 @@
 #define LOG_TRACE_AS(func, tid, ...)                                                     \
     do {                                                                                  \
         if (g_enSDKLogLevel <= LOG_LEVEL_TRACE) {                                         \
-            SDKLog((uint32_t)(tid), LOG_LEVEL_TRACE, __FILE__, (func), (uint32_t)__LINE__, \
+            SDKLog((uint32_t)(tid), LOG_LEVEL_TRACE, ORVANE_SOURCE_FILE, (func), (uint32_t)__LINE__, \
                    __VA_ARGS__);                                                          \
         }                                                                                 \
     } while (0)
@@ -32,7 +40,7 @@
 #define ORVANE_LOG_AT_AS(level, func, tid, ...)                                          \
     do {                                                                                  \
         if (g_enSDKLogLevel <= (level)) {                                                 \
-            SDKLog((uint32_t)(tid), (level), __FILE__, (func), (uint32_t)__LINE__,        \
+            SDKLog((uint32_t)(tid), (level), ORVANE_SOURCE_FILE, (func), (uint32_t)__LINE__,        \
                    __VA_ARGS__);                                                          \
         }                                                                                 \
     } while (0)
@@ -40,9 +48,9 @@
 #define LOG_ERROR_AS(func, tid, ...) ORVANE_LOG_AT_AS(LOG_LEVEL_ERROR, func, tid, __VA_ARGS__)
 
 // Bounded copies with the caller's position, as every module uses them.
-#define ORV_MEMCPY(dst, max, src, n) SF_MEMCPY_Ex((dst), (src), (uint32_t)(max), (uint32_t)(n), __FILE__, __func__, (uint32_t)__LINE__)
-#define ORV_MEMMOVE(dst, max, src, n) SF_MEMMOVE_Ex((dst), (src), (uint32_t)(max), (uint32_t)(n), __FILE__, __func__, (uint32_t)__LINE__)
-#define ORV_MEMSET(dst, max, v, n) SF_MEMSET_Ex((dst), (v), (uint32_t)(max), (uint32_t)(n), __FILE__, __func__, (uint32_t)__LINE__)
-#define ORV_STRNCAT(dst, max, src, n) SF_STRNCAT_Ex((dst), (src), (uint32_t)(max), (uint32_t)(n), __FILE__, __func__, (uint32_t)__LINE__)
+#define ORV_MEMCPY(dst, max, src, n) SF_MEMCPY_Ex((dst), (src), (uint32_t)(max), (uint32_t)(n), ORVANE_SOURCE_FILE, __func__, (uint32_t)__LINE__)
+#define ORV_MEMMOVE(dst, max, src, n) SF_MEMMOVE_Ex((dst), (src), (uint32_t)(max), (uint32_t)(n), ORVANE_SOURCE_FILE, __func__, (uint32_t)__LINE__)
+#define ORV_MEMSET(dst, max, v, n) SF_MEMSET_Ex((dst), (v), (uint32_t)(max), (uint32_t)(n), ORVANE_SOURCE_FILE, __func__, (uint32_t)__LINE__)
+#define ORV_STRNCAT(dst, max, src, n) SF_STRNCAT_Ex((dst), (src), (uint32_t)(max), (uint32_t)(n), ORVANE_SOURCE_FILE, __func__, (uint32_t)__LINE__)
 
 #endif

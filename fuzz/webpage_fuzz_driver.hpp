@@ -707,8 +707,10 @@ private:
             Fault("no page given although the page pool had room" + where);
         } else if (created.size() > 1) {
             Fault("one event opened several pages" + where);
-        } else if (rc == WEBPAGE_OK && id != 0 && s.open.count(id) == 0) {
-            Fault("event joined a page that is not open" + where);
+        } else if (rc == WEBPAGE_OK && id != 0 && s.open.count(id) == 0 && s.seen.count(id) == 0) {
+            // A closed page keeps its ID until its node is reused, so a flow
+            // may still be tied to it; a page never seen open is a fault.
+            Fault("event joined a page that was never open" + where);
         } else if (created.size() == 1 && rc == WEBPAGE_OK && id != 0 && id != created[0]) {
             Fault("event opened a page but was given another" + where);
         }

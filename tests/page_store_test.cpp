@@ -168,8 +168,9 @@ TEST_F(PageStoreTest, FlowIsTiedByTypeAndLookedUpByIt)
     EXPECT_EQ(UpdatePageNode(single, &info, PAGE_TYPE_SINGLE), 1u);  // updated, but no flow to tie
 }
 
-// The flow's cached pointer outlives its page: closed, reused for another
-// page, or left over from a destroyed context. Only the ID may decide then.
+// The flow's cached pointer outlives its page: closed (the node keeps its ID
+// until reused, so the pointer still leads there), reused for another page,
+// or left over from a destroyed context. Then only the ID may decide.
 TEST_F(PageStoreTest, StaleCachedPointersAreNotFollowed)
 {
     STPageNode *gone = Create(1, Req("a.example", "/", kSec), PAGE_TYPE_SINGLE);
@@ -181,7 +182,7 @@ TEST_F(PageStoreTest, StaleCachedPointersAreNotFollowed)
     const uint64_t goneID = gone->uiPageID;
     API_ReleaseWebPageNode(0, 0);
     STEventInfo onFlow1 = Info(0, 1, Rsp(200, 2 * kSec));
-    EXPECT_EQ(GetSinglePageNodeByFlowInfo(&onFlow1, PAGE_LIST_ORDINARY), nullptr);  // closed, node free
+    EXPECT_EQ(GetSinglePageNodeByFlowInfo(&onFlow1, PAGE_LIST_ORDINARY), gone);  // closed, node free
     for (int i = 0; i < 30 && gone->uiPageID == goneID; ++i) {
         ASSERT_NE(Create(2, Req("b.example", "/", kSec), PAGE_TYPE_SINGLE), nullptr);
     }

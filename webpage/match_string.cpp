@@ -52,10 +52,17 @@ const char *TextOf(const STEventInfo *pstInfo, const MatchStrKind &stKind)
     return reinterpret_cast<const char *>(pstInfo) + stKind.textOffset;
 }
 
-// The flow's associate page on the ordinary list, by cached pointer or by ID.
+// The flow's open associate page on the ordinary list, by cached pointer or
+// by ID. A page the timer has closed keeps its ID behind the flow's pointer,
+// but strings linked onto its node would never be released: when the node is
+// reused its lists start empty, and the strings are lost to the pool.
 STPageNode *FlowAssociatePage(STEventInfo *pstInfo)
 {
-    return GetAssociatePageNodeByFlowInfo(pstInfo, PAGE_LIST_ORDINARY);
+    if (!orvane::IsValidThread(pstInfo->ucThreadID)) {
+        return nullptr;
+    }
+    return orvane::FindFlowPage(pstInfo, pstInfo->pstFlowInfo->ullAssociatePageID,
+                                pstInfo->pstFlowInfo->pstAssociatePage, PAGE_LIST_ORDINARY, true);
 }
 
 STMatchStrNode *FindString(const STTranManage *pstList, uint32_t uiKey)

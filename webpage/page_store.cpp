@@ -15,37 +15,19 @@ using orvane::MakePageID;
 using orvane::PageListOf;
 using orvane::PageOf;
 using orvane::SetPageFlag;
+using orvane::FindFlowPage;
 
 // The flow area is the daemon's and may outlive the page, or even the
-// context, its pointer was taken from. The pointer is trusted only when it is
-// a node of this thread's page pool, linked on a list (a free node has no
-// predecessor), and still carries the remembered ID: a closed page, or its
-// node reused for another page, is never taken for the flow's page.
-bool IsCachedPageLive(const STWebPage *pstCtx, STPageNode *pstPage, uint64_t ullPageID)
+// context, its pointer was taken from: the pointer is trusted only when it is
+// a node of this thread's page pool, so it can never lead into freed memory.
+bool IsOwnPageNode(const STWebPage *pstCtx, const STPageNode *pstPage)
 {
     const CMemPool &stPool = pstCtx->stPageNodePool;
     const uintptr_t uBase = reinterpret_cast<uintptr_t>(stPool.m_apstBlock[0]);
     const uintptr_t uStride = stPool.m_uiNodeSize + sizeof(STTranNode);
     const uintptr_t uNode = reinterpret_cast<uintptr_t>(pstPage) - sizeof(STTranNode);
-    if (pstPage == nullptr || uBase == 0 || uNode < uBase || (uNode - uBase) % uStride != 0 ||
-        (uNode - uBase) / uStride >= stPool.m_uiInitNodeNum) {
-        return false;
-    }
-    return orvane::NodeOf(pstPage)->pstPrev != nullptr && pstPage->uiPageID == ullPageID;
-}
-
-// The cached pointer saves a search; without it the ID decides.
-STPageNode *FindFlowPage(const STEventInfo *pstInfo, uint64_t ullPageID, STPageNode *pstCached, uint8_t ucListType)
-{
-    STWebPage *pstCtx = ContextOf(pstInfo->ucThreadID);
-    if (ullPageID == 0 || pstCtx == nullptr) {
-        return nullptr;
-    }
-    if (IsCachedPageLive(pstCtx, pstCached, ullPageID)) {
-        return pstCached;
-    }
-    STTranNode *pstNode = SeekNode(&ullPageID, PageListOf(pstCtx, ucListType));
-    return pstNode == nullptr ? nullptr : PageOf(pstNode);
+    return pstPage != nullptr && uBase != 0 && uNode >= uBase && (uNode - uBase) % uStride == 0 &&
+           (uNode - uBase) / uStride < stPool.m_uiInitNodeNum;
 }
 
 // Asks the daemon's DNS cache when the host was resolved and how long it took.
@@ -157,6 +139,22 @@ uint64_t CreatePage(STEventInfo *pstInfo, uint32_t uiPageType, const PageCreatio
     // The new page is returned whether or not the flow could be tied to it.
     (void)UpdatePageNode(pstPage, pstInfo, uiPageType);
     return pstPage->uiPageID;
+}
+
+STPageNode *FindFlowPage(const STEventInfo *pstInfo, uint64_t ullPageID, STPageNode *pstCached, uint8_t ucListType,
+                         bool bOpenOnly)
+{
+    STWebPage *pstCtx = ContextOf(pstInfo->ucThreadID);
+    if (ullPageID == 0 || pstCtx == nullptr) {
+        return nullptr;
+    }
+    // A node on a list always has a predecessor; a free one has none.
+    if (IsOwnPageNode(pstCtx, pstCached) && pstCached->uiPageID == ullPageID &&
+        (!bOpenOnly || NodeOf(pstCached)->pstPrev != nullptr)) {
+        return pstCached;
+    }
+    STTranNode *pstNode = SeekNode(&ullPageID, PageListOf(pstCtx, ucListType));
+    return pstNode == nullptr ? nullptr : PageOf(pstNode);
 }
 
 }  // namespace orvane
@@ -276,7 +274,7 @@ STPageNode *GetSinglePageNodeByFlowInfo(STEventInfo *pstInfo, uint8_t ucListType
         return nullptr;
     }
     LOG_TRACE(ucTid, "SinglePageID in flowinfo is %llu.", Llu(pstFlow->ullSinglePageID));
-    return FindFlowPage(pstInfo, pstFlow->ullSinglePageID, pstFlow->pstSinglePage, ucListType);
+    return FindFlowPage(pstInfo, pstFlow->ullSinglePageID, pstFlow->pstSinglePage, ucListType, false);
 }
 
 STPageNode *GetAssociatePageNodeByFlowInfo(STEventInfo *pstInfo, uint8_t ucListType)
@@ -285,7 +283,7 @@ STPageNode *GetAssociatePageNodeByFlowInfo(STEventInfo *pstInfo, uint8_t ucListT
         return nullptr;
     }
     STFlowInfo *pstFlow = pstInfo->pstFlowInfo;
-    return FindFlowPage(pstInfo, pstFlow->ullAssociatePageID, pstFlow->pstAssociatePage, ucListType);
+    return FindFlowPage(pstInfo, pstFlow->ullAssociatePageID, pstFlow->pstAssociatePage, ucListType, false);
 }
 
 STPageNode *GetPageNodeByFlowInfo(STEventInfo *pstInfo, uint8_t ucListType)

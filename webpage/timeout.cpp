@@ -150,9 +150,6 @@ uint32_t ProcessPageListTimeOut(uint32_t uiThreadID, uint8_t ucProcType, uint8_t
         // A node the list refuses to give up stays linked rather than
         // being handed out twice by the pool.
         if (RemoveNode(pstNode, pstList) == 0) {
-            // Flow areas keep a pointer and an ID for their page; a closed
-            // node must no longer carry that ID, or a flow would find it.
-            pstPage->uiPageID = 0;
             (void)FreeNodeMem(pstNode, &pstCtx->stPageNodePool);
             LOG_TRACE_AS(pcFunc, uiThreadID, "Page is timeout,delete page,PageID is %llu.",
                          (unsigned long long)ullPageID);

@@ -266,9 +266,9 @@ inline STWebPage *ExistingContext(const char *pcFunc, uint32_t uiThreadID)
 inline void LogPoolCounts(const char *pcFunc, uint32_t uiThreadID, const STWebPage *pstCtx)
 {
     if (g_enSDKLogLevel <= LOG_LEVEL_TRACE) {
-        SDKLog(uiThreadID, LOG_LEVEL_TRACE, __FILE__, pcFunc, (uint32_t)__LINE__, "stPageNodePool Free Node num %u.",
+        SDKLog(uiThreadID, LOG_LEVEL_TRACE, ORVANE_SOURCE_FILE, pcFunc, (uint32_t)__LINE__, "stPageNodePool Free Node num %u.",
                GetFreeNodeNum(&pstCtx->stPageNodePool));
-        SDKLog(uiThreadID, LOG_LEVEL_TRACE, __FILE__, pcFunc, (uint32_t)__LINE__,
+        SDKLog(uiThreadID, LOG_LEVEL_TRACE, ORVANE_SOURCE_FILE, pcFunc, (uint32_t)__LINE__,
                "stMatchStrMemPool Free Node num %u.", GetFreeNodeNum(&pstCtx->stMatchStrMemPool));
     }
 }
@@ -295,6 +295,14 @@ struct PageCreation {
 // update) and returns its ID, 0 when no node could be had or linked. Defined
 // with InsertPageNode in page_store.cpp; InsertUcidPageNode uses it too.
 uint64_t CreatePage(STEventInfo *pstInfo, uint32_t uiPageType, const PageCreation &stHow);
+
+// The page a flow area names: its cached pointer while that points at a node
+// of the thread's page pool still carrying the ID, else the page with the ID
+// on the list. A closed page keeps its ID until its node is reused, so the
+// pointer can lead to it; bOpenOnly refuses such a page (nothing may be
+// linked onto a node that sits in the pool). Defined in page_store.cpp.
+STPageNode *FindFlowPage(const STEventInfo *pstInfo, uint64_t ullPageID, STPageNode *pstCached, uint8_t ucListType,
+                         bool bOpenOnly);
 
 // A request that may open a page of its own: of a web content type (or a
 // redirect) and not black-listed.
