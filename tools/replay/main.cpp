@@ -10,6 +10,7 @@
 
 #include "report.hpp"
 #include "session.hpp"
+#include "text_util.hpp"
 #include "trace.hpp"
 
 namespace {
@@ -171,16 +172,16 @@ int Run(int argc, char **argv)
     options.session.eval = options.report.eval;
     bool badInput = false;
     const IssueSink printIssue = [&badInput](const std::string &file, const Issue &issue) {
-        std::cerr << "orvane-replay: " << file << ": " << issue.where << ": " << issue.what << " (skipped)\n";
+        std::cerr << "orvane-replay: " << Printable(file) << ": " << issue.where << ": " << issue.what << " (skipped)\n";
         badInput = true;
     };
     std::vector<SessionReport> sessions;
     auto replayed = [&](SessionReport report) {
         if (!report.trace->fatal.empty()) {
-            std::cerr << "orvane-replay: " << report.trace->file << ": " << report.trace->fatal << "\n";
+            std::cerr << "orvane-replay: " << Printable(report.trace->file) << ": " << report.trace->fatal << "\n";
             badInput = true;
         } else if (!report.result.setupError.empty()) {
-            std::cerr << "orvane-replay: " << report.trace->file << ": " << report.result.setupError << "\n";
+            std::cerr << "orvane-replay: " << Printable(report.trace->file) << ": " << report.result.setupError << "\n";
             badInput = true;
         }
         sessions.push_back(std::move(report));

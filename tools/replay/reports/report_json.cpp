@@ -108,7 +108,8 @@ std::string Marker(const std::string &name) { return "\x01" + name; }
 void WriteDoc(std::ostream &out, const json &doc, const std::string &indent,
               const std::vector<std::pair<std::string, Hole>> &holes)
 {
-    const std::string text = doc.dump(2);
+    // Text that is not UTF-8 (a file name, say) is written with U+FFFD in its place.
+    const std::string text = doc.dump(2, ' ', false, json::error_handler_t::replace);
     size_t begin = 0;
     bool firstLine = true;
     while (begin <= text.size()) {
