@@ -45,6 +45,7 @@ options:
   --keep-slash      hand URIs and referer paths over with their leading '/'
   --with-cache      also replay HAR entries the browser served from its cache
   --sample          print the bundled sample session and exit
+  --version         print the version and exit
   -h, --help        this text
 
 exit status: 0 all input replayed; 1 a file or some entries could not be
@@ -111,6 +112,9 @@ std::string ParseArgs(int argc, char **argv, Options *o)
         };
         if (arg == "-h" || arg == "--help") {
             std::cout << kUsage;
+            std::exit(kExitOk);
+        } else if (arg == "--version") {
+            std::cout << "orvane-replay " << ORVANE_VERSION << "\n";
             std::exit(kExitOk);
         } else if (arg == "--events") {
             o->report.events = true;
