@@ -409,7 +409,7 @@ Trace ReadHar(const std::string &file, const std::string &text, const ReadOption
     json doc;
     try {
         doc = json::parse(text);
-    } catch (const json::parse_error &err) {
+    } catch (const json::exception &err) {  // syntax, and numbers beyond a double (1e999)
         trace.fatal = "not valid JSON: " + DescribeParseError(err.what());
         return trace;
     }
