@@ -176,6 +176,11 @@ int Run(int argc, char **argv)
     options.session.eval = options.report.eval;
     bool badInput = false;
     const IssueSink printIssue = [&badInput](const std::string &file, const Issue &issue) {
+        if (issue.warning) {
+            std::cerr << "orvane-replay: " << Printable(file) << ": warning: " << issue.where << ": " << issue.what
+                      << "\n";
+            return;
+        }
         std::cerr << "orvane-replay: " << Printable(file) << ": " << issue.where << ": " << issue.what << " (skipped)\n";
         badInput = true;
     };

@@ -5,6 +5,7 @@
 #include <tuple>
 #include <utility>
 
+#include "jsonl_contract.hpp"
 #include "jsonl_reader.hpp"
 #include "session.hpp"
 
@@ -112,6 +113,10 @@ SessionReport StreamJsonl(const std::string &file, std::istream &in, const Sessi
         onIssue(file, issue);
         trace.Skip(issue);
     });
+    ContractCheck contract([&](const Issue &issue) {
+        onIssue(file, issue);
+        trace.warnings.push_back(issue);
+    });
     JsonlLine parsed;
     while (source.Next(&parsed)) {
         Step step;
@@ -120,6 +125,7 @@ SessionReport StreamJsonl(const std::string &file, std::istream &in, const Sessi
             step.time = parsed.dns.begin;
             step.dnsRecord = std::move(parsed.dns);
         } else {
+            contract.Event(parsed.event);
             step.time = parsed.event.begin;
             if (options.keepEvents) {
                 step.kept = book.Add(&trace, std::move(parsed.event), parsed.page);

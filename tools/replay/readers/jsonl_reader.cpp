@@ -10,6 +10,7 @@
 #include <nlohmann/json.hpp>
 
 #include "input_error.hpp"
+#include "jsonl_contract.hpp"
 #include "jsonl_reader.hpp"
 #include "text_util.hpp"
 #include "trace.hpp"
@@ -396,11 +397,13 @@ Trace ReadJsonl(const std::string &file, const std::string &text)
     TransactionBook book;
     std::istringstream in(text);
     JsonlSource source(in, {}, [&trace](const Issue &issue) { trace.Skip(issue); });
+    ContractCheck contract([&trace](const Issue &issue) { trace.warnings.push_back(issue); });
     JsonlLine parsed;
     while (source.Next(&parsed)) {
         if (parsed.kind == JsonlLine::Kind::kDns) {
             trace.dns.push_back(parsed.dns);
         } else {
+            contract.Event(parsed.event);
             book.Add(&trace, std::move(parsed.event), parsed.page);
         }
     }

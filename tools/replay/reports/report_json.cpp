@@ -262,6 +262,11 @@ void WriteSession(std::ostream &out, const SessionReport &s, const ReportOptions
         skipped.push_back({{"where", issue.where}, {"reason", issue.what}});
     }
     j["skipped"] = skipped;
+    json warnings = json::array();
+    for (const Issue &issue : t.warnings) {
+        warnings.push_back({{"where", issue.where}, {"reason", issue.what}});
+    }
+    j["warnings"] = warnings;
     if (t.skippedCount > t.skipped.size()) {
         j["skipped_not_listed"] = t.skippedCount - t.skipped.size();
     }

@@ -86,6 +86,9 @@ void WriteSummary(std::ostream &out, const SessionReport &s)
     if (r.late != 0) {
         out << "; " << r.late << " late (out of time order, fed as they came)";
     }
+    if (!t.warnings.empty()) {
+        out << "; " << t.warnings.size() << " integration contract rules broken (see the warnings)";
+    }
     out << "; library ERROR lines: " << r.libraryErrors << "\n";
 }
 
