@@ -281,18 +281,24 @@ JsonlSource::JsonlSource(std::istream &in, std::string prefix, BadLine onBad)
 {
 }
 
+// A JSON object, even a bad event, shows that the file is meant as a trace:
+// the bad lines held so far are told.
+void JsonlSource::SawObject()
+{
+    if (!sawObject_) {
+        sawObject_ = true;
+        for (const Issue &held : held_) {
+            onBad_(held);
+        }
+        held_.clear();
+    }
+}
+
 void JsonlSource::Bad(Issue issue, bool notObject)
 {
     notJsonRun_ = notObject ? notJsonRun_ + 1 : 0;
     if (sawObject_ || !notObject) {
-        // A JSON object, even a bad one, shows the file is meant as a trace.
-        if (!sawObject_) {
-            sawObject_ = true;
-            for (const Issue &held : held_) {
-                onBad_(held);
-            }
-            held_.clear();
-        }
+        SawObject();
         onBad_(issue);
         if (notJsonRun_ >= kNotJsonRun) {
             onBad_({"line " + std::to_string(lineNo_), std::to_string(kNotJsonRun) +
@@ -304,9 +310,14 @@ void JsonlSource::Bad(Issue issue, bool notObject)
     }
     held_.push_back(std::move(issue));
     if (held_.size() >= kNotJsonRun) {
-        notATrace_ = "not a JSON Lines trace (" + held_.front().where + ": " + held_.front().what + ")";
-        stopped_ = true;
+        GiveUp();
     }
+}
+
+void JsonlSource::GiveUp()
+{
+    notATrace_ = "not a JSON Lines trace (" + held_.front().where + ": " + held_.front().what + ")";
+    stopped_ = true;
 }
 
 bool JsonlSource::Next(JsonlLine *out)
@@ -315,7 +326,7 @@ bool JsonlSource::Next(JsonlLine *out)
         const LineReader::Status status = reader_.Next(&line_);
         if (status == LineReader::Status::kEnd) {
             if (!sawObject_ && !held_.empty()) {
-                notATrace_ = "not a JSON Lines trace (" + held_.front().where + ": " + held_.front().what + ")";
+                GiveUp();  // nothing but lines that are not JSON objects
             }
             stopped_ = true;
             break;
@@ -335,13 +346,7 @@ bool JsonlSource::Next(JsonlLine *out)
             continue;
         }
         notJsonRun_ = 0;
-        if (!sawObject_) {
-            sawObject_ = true;
-            for (const Issue &held : held_) {
-                onBad_(held);
-            }
-            held_.clear();
-        }
+        SawObject();
         return true;
     }
     return false;

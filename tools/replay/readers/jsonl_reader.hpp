@@ -74,6 +74,8 @@ public:
 
 private:
     void Bad(Issue issue, bool notObject);
+    void SawObject();
+    void GiveUp();
 
     LineReader reader_;
     BadLine onBad_;
