@@ -12,7 +12,7 @@ seconds="${ORVANE_FUZZ_SECONDS:-60}"
 CC=clang CXX=clang++ cmake -G Ninja -S "$root" -B "$out" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DORVANE_FUZZ=ON -DORVANE_SANITIZE=address,undefined \
   -DORVANE_BUILD_TESTS=OFF -DORVANE_BUILD_TOOLS=OFF >/dev/null
-cmake --build "$out" --target webpage_fuzz ott_fuzz
+cmake --build "$out" --target webpage_fuzz ott_fuzz har_fuzz jsonl_fuzz
 
 status=0
 for target in webpage ott; do
@@ -26,6 +26,26 @@ for target in webpage ott; do
   if ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
      "$out/fuzz/${target}_fuzz" -max_total_time="$seconds" -max_len=4096 -timeout=30 -rss_limit_mb=2048 \
        -print_final_stats=1 -artifact_prefix="$artifacts/" "$corpus" >"$log" 2>&1; then
+    grep -E '^#[0-9]+[[:space:]]+DONE|^stat::number_of_executed_units|^stat::average_exec_per_sec' "$log" || tail -n 3 "$log"
+  else
+    echo "FINDING in ${target}_fuzz (input saved under $artifacts):"
+    grep -v -E '^#[0-9]+[[:space:]]+(NEW|REDUCE|pulse|RELOAD)' "$log" | tail -n 80
+    status=1
+  fi
+done
+# The replay tool's readers: larger inputs (whole small files), with the
+# formats' tokens as a dictionary.
+for target in har jsonl; do
+  corpus="$out/corpus/$target"
+  artifacts="$out/artifacts/$target"
+  rm -rf "$corpus"
+  mkdir -p "$corpus" "$artifacts"
+  cp "$root/fuzz/corpus/$target/"* "$corpus/"
+  log="$out/${target}_fuzz.log"
+  echo "fuzzing $target for ${seconds}s"
+  if ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+     "$out/fuzz/${target}_fuzz" -max_total_time="$seconds" -max_len=16384 -timeout=30 -rss_limit_mb=2048 \
+       -dict="$root/fuzz/readers.dict" -print_final_stats=1 -artifact_prefix="$artifacts/" "$corpus" >"$log" 2>&1; then
     grep -E '^#[0-9]+[[:space:]]+DONE|^stat::number_of_executed_units|^stat::average_exec_per_sec' "$log" || tail -n 3 "$log"
   else
     echo "FINDING in ${target}_fuzz (input saved under $artifacts):"

@@ -1,5 +1,6 @@
 // The program as a user runs it: exit status, messages, output forms.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 
 #include <cstdlib>
@@ -43,12 +44,13 @@ protected:
         return dir_ / name;
     }
 
-    Outcome Exec(const std::string &args)
+    // input: a shell command whose output is piped to the program.
+    Outcome Exec(const std::string &args, const std::string &input = "")
     {
-        const std::string cmd = std::string("'") + ORVANE_REPLAY_BIN + "' " + args + " >'" +
-                                (dir_ / "out").string() + "' 2>'" + (dir_ / "err").string() + "'";
+        const std::string cmd = (input.empty() ? "" : "{ " + input + "; } 2>/dev/null | ") + "'" + ORVANE_REPLAY_BIN +
+                                "' " + args + " >'" + (dir_ / "out").string() + "' 2>'" + (dir_ / "err").string() + "'";
         Outcome r;
-        const int raw = std::system(cmd.c_str());
+        const int raw = std::system(("bash '" + Write("run.sh", cmd).string() + "'").c_str());
         r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
         r.out = Slurp(dir_ / "out");
         r.err = Slurp(dir_ / "err");
@@ -82,6 +84,92 @@ TEST_F(Cli, UnreadableFilesDoNotStopTheOthers)
     EXPECT_NE(r.err.find("missing.jsonl: cannot open the file"), std::string::npos) << r.err;
     const nlohmann::json j = nlohmann::json::parse(r.out);
     EXPECT_EQ(j["summary"]["not_replayed"], 2);
+}
+
+size_t Count(const std::string &text, const std::string &what)
+{
+    size_t n = 0;
+    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) {
+        ++n;
+    }
+    return n;
+}
+
+TEST_F(Cli, HostileValuesAreNamedByTypeAndShortEscapedPrefix)
+{
+    const std::string deep = std::string(100000, '[') + std::string(100000, ']');
+    const fs::path jsonl = Write("deep.jsonl", "{\"ev\":" + deep + "}\n" +
+        R"({"ev":"req","flow":"f","begin":1,"method":"GET","sip":")" + std::string(5000, 'x') + "\"}\n" +
+        R"({"ev":"req","flow":"f","begin":1,"method":"GET","host":"a.example","\u001b[2J":1})" "\n");
+    const Outcome j = Exec("'" + jsonl.string() + "'");
+    EXPECT_EQ(j.status, 1) << j.err;
+    EXPECT_NE(j.err.find("line 1: \"ev\" must be \"req\", \"rsp\" or \"dns\" (an array)"), std::string::npos) << j.err;
+    EXPECT_NE(j.err.find("line 2: \"sip\" is not an IPv4 address (string \"xxx"), std::string::npos) << j.err;
+    EXPECT_NE(j.err.find("line 3: unknown field \"\\x1B[2J\""), std::string::npos) << j.err;
+    EXPECT_LT(j.err.size(), 600u) << "values are quoted as short prefixes";
+
+    const fs::path har = Write("deep.har", R"({"log":{"entries":[{"startedDateTime":"2017-03-01T10:00:00Z",)"
+        R"("request":{"method":"GET","url":"http://a.example/"},"response":{"status":)" + deep +
+        R"(},"timings":{"send":1,"wait":2,"receive":3}}]}})");
+    const Outcome h = Exec("'" + har.string() + "'");
+    EXPECT_EQ(h.status, 1) << h.err;
+    EXPECT_NE(h.err.find("log.entries[0]: response.status out of range (an array)"), std::string::npos) << h.err;
+}
+
+TEST_F(Cli, GiantInputIsRefusedInBoundedMemory)
+{
+    // One line of 1 GiB, then a good one; then a HAR of 1 GiB. Neither is
+    // ever held whole.
+    Write("gib.sh", "head -c 1073741824 /dev/zero | tr '\\0' a\n");
+    Write("line.sh", R"(printf '{"ev":"req","uri":"'; bash gib.sh)"
+                     R"(; printf '"}\n{"ev":"req","flow":1,"begin":1,"method":"GET","host":"a.example"}\n')");
+    Write("har.sh", R"(printf '{"log":{"entries":["'; bash gib.sh)");
+    const Outcome j = Exec("--json -", "cd '" + dir_.string() + "' && bash line.sh");
+    rusage usage{};
+    getrusage(RUSAGE_CHILDREN, &usage);
+    EXPECT_LT(usage.ru_maxrss, 64 * 1024) << "KiB at the peak";
+    EXPECT_EQ(j.status, 1);
+    EXPECT_NE(j.err.find("line 1: longer than 1048576 bytes (skipped)"), std::string::npos) << j.err;
+    const nlohmann::json report = nlohmann::json::parse(j.out);
+    EXPECT_EQ(report["sessions"][0]["pages"].size(), 1u) << "the line after it is replayed";
+
+    const Outcome h = Exec("-", "cd '" + dir_.string() + "' && bash har.sh");
+    EXPECT_EQ(h.status, 1);
+    EXPECT_NE(h.err.find("a HAR file larger than 128 MiB is not read"), std::string::npos) << h.err;
+    getrusage(RUSAGE_CHILDREN, &usage);
+    EXPECT_LT(usage.ru_maxrss, 512 * 1024) << "KiB at the peak";
+}
+
+TEST_F(Cli, FilesThatAreNotTracesStopEarly)
+{
+    std::string text = "# a title: a comment line\n\nSome prose about the project,\n";
+    for (int i = 0; i < 300; ++i) {
+        text += "line " + std::to_string(i) + R"( with {"ev":"req"} in it)" "\n";
+    }
+    text += R"({"ev":"req","flow":"f","begin":1,"method":"GET","host":"a.example"})" "\n";
+    text += std::string("\x7f" "ELF") + std::string(8, '\0');
+    const fs::path prose = Write("notes.txt", text);
+    const Outcome r = Exec("--format jsonl '" + prose.string() + "'");
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(Count(r.err, "\n"), 1u) << r.err;
+    EXPECT_NE(r.err.find("notes.txt: not a JSON Lines trace (line 3: not valid JSON"), std::string::npos) << r.err;
+    EXPECT_EQ(r.out.find("a.example"), std::string::npos) << "nothing of it is replayed";
+
+    // A trace with a bad tail: the good part is replayed, messages are capped;
+    // the unread rest counts as one more skipped item.
+    std::string trace = R"({"ev":"req","flow":"f","begin":1,"method":"GET","host":"a.example"})" "\n";
+    for (int i = 0; i < 100; ++i) {
+        trace += R"({"ev":"req","flow":"f","begin":2,"method":"GET","port":1})" "\n";
+    }
+    for (int i = 0; i < 10; ++i) {
+        trace += "\x1b[31mnot json\n";
+    }
+    const Outcome t = Exec("'" + Write("t.jsonl", trace).string() + "'");
+    EXPECT_EQ(t.status, 1);
+    EXPECT_EQ(Count(t.err, "\n"), 21u) << t.err;
+    EXPECT_NE(t.err.find("further bad entries or lines are counted, not listed"), std::string::npos) << t.err;
+    EXPECT_NE(t.out.find("skipped: 106 bad"), std::string::npos) << t.out;
+    EXPECT_EQ(t.err.find('\x1b'), std::string::npos) << "control characters are escaped";
 }
 
 TEST_F(Cli, BadOptionsAreUsageErrors)

@@ -181,6 +181,9 @@ TEST(HarReader, UnreadableFilesAreFatal)
     EXPECT_NE(ReadHar("t.har", "{\"log\": \n  {\"entries\": x}}", {}).fatal.find("line 2"), std::string::npos);
     EXPECT_NE(ReadHar("t.har", "{\"entries\": []}", {}).fatal.find("no \"log\" object"), std::string::npos);
     EXPECT_NE(ReadHar("t.har", "{\"log\": {}}", {}).fatal.find("no log.entries"), std::string::npos);
+    // Found by har_fuzz: a number beyond a double is refused like a syntax error.
+    EXPECT_NE(ReadHar("t.har", "{\"log\": {\"entries\": [1e999]}}", {}).fatal.find("number overflow"),
+              std::string::npos);
 }
 
 }  // namespace

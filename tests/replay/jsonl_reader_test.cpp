@@ -110,3 +110,46 @@ TEST(JsonlReader, BundledSampleReadsCleanly)
 
 }  // namespace
 }  // namespace replay
+
+namespace replay {
+namespace {
+
+TEST(JsonlContract, EachBrokenRuleIsToldOnceAtItsFirstBreach)
+{
+    const std::string req = R"({"ev":"req","flow":"f","begin":1,"method":"GET","host":"a.example")";
+    const std::string rsp = R"({"ev":"rsp","flow":"f","begin":2,"status":302,"location":"http://b.example/x","ctype":"text/html"})";
+    const struct {
+        std::string trace;
+        std::vector<std::string> told;  // where and the start of what, in order
+    } rows[] = {
+        {req + R"(,"uri":"x","refer_path":"","status":302,"location":"http://b.example/x","ctype":"text/html"})" + "\n" + rsp,
+         {}},
+        {req + R"(,"uri":"/x"})" + "\n" + req + R"(,"uri":"/y"})", {"line 1: \"uri\" starts with '/'"}},
+        {req + R"(,"refer_path":"/p"})", {"line 1: \"refer_path\" starts with '/'"}},
+        {req + "}\n" + rsp + "\n" + req + "}\n" + rsp,
+         {"line 1 (answered at line 2): a request without the status",
+          "line 1 (answered at line 2): a request without the Location",
+          "line 1 (answered at line 2): a request without the content type"}},
+        // A 304 carries no Location that matters; the status is there.
+        {req + R"(,"status":304})" + "\n" + R"({"ev":"rsp","flow":"f","begin":2,"status":304,"location":"x"})", {}},
+        // A response on another flow answers nothing here.
+        {req + R"(,"status":200})" + "\n" + R"({"ev":"rsp","flow":"g","begin":2,"status":200,"ctype":"text/css"})", {}},
+    };
+    for (const auto &row : rows) {
+        const Trace t = ReadJsonl("t.jsonl", row.trace + "\n");
+        ASSERT_TRUE(t.skipped.empty()) << row.trace << "\n" << t.skipped[0].what;
+        std::vector<std::string> told;
+        for (const Issue &w : t.warnings) {
+            EXPECT_TRUE(w.warning);
+            told.push_back(w.where + ": " + w.what);
+        }
+        ASSERT_EQ(told.size(), row.told.size()) << row.trace;
+        for (size_t i = 0; i < told.size(); ++i) {
+            EXPECT_EQ(told[i].rfind(row.told[i], 0), 0u) << told[i];
+        }
+    }
+    EXPECT_TRUE(ReadJsonl("sample", SampleSession()).warnings.empty()) << "the bundled sample keeps the contract";
+}
+
+}  // namespace
+}  // namespace replay

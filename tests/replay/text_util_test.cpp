@@ -81,3 +81,34 @@ TEST(Ipv4, DottedQuadOnly)
 
 }  // namespace
 }  // namespace replay
+
+namespace replay {
+namespace {
+
+TEST(Printable, EscapesControlsAndStrayBytesAndCutsOnCharacters)
+{
+    struct Row {
+        const char *text;
+        size_t max;
+        const char *shown;
+    } const rows[] = {
+        {"plain text", kNoCut, "plain text"},
+        {"a\nb\tc\r\x1b[2J\x7f", kNoCut, "a\\nb\\tc\\r\\x1B[2J\\x7F"},
+        {"\xc2\x85 \xc2\x9b", kNoCut, "\\u0085 \\u009B"},         // C1 controls
+        {"\xff\xc0\xaf\xed\xa0\x80", kNoCut, "\\xFF\\xC0\\xAF\\xED\\xA0\\x80"},  // stray, overlong, surrogate
+        {"ok\xe2\x82", kNoCut, "ok\\xE2\\x82"},                   // cut-off sequence
+        {"h\xc3\xa9llo w\xc3\xb6rld", 8, "h\xc3\xa9llo..."},      // counted in characters
+        {"\xc3\xa9\xc3\xa9\xc3\xa9\xc3\xa9\xc3\xa9", 4, "\xc3\xa9..."},
+        {"\xf0\x9f\x98\x80\xf0\x9f\x98\x80", 2, "\xf0\x9f\x98\x80\xf0\x9f\x98\x80"},  // fits whole
+        {"abc\x01\x02", 6, "abc..."},                            // an escape is never split
+        {"abcdef", 2, "ab"},
+    };
+    for (const Row &row : rows) {
+        EXPECT_EQ(Printable(row.text, row.max), row.shown) << row.text;
+    }
+    EXPECT_EQ(Column("\xc3\xa9t\xc3\xa9", 5), "\xc3\xa9t\xc3\xa9  ");
+    EXPECT_EQ(CharCount(Column("a\x01" "bcdefgh", 6)), 6u);
+}
+
+}  // namespace
+}  // namespace replay

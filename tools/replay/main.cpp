@@ -10,6 +10,7 @@
 
 #include "report.hpp"
 #include "session.hpp"
+#include "text_util.hpp"
 #include "trace.hpp"
 
 namespace {
@@ -44,6 +45,7 @@ options:
   --keep-slash      hand URIs and referer paths over with their leading '/'
   --with-cache      also replay HAR entries the browser served from its cache
   --sample          print the bundled sample session and exit
+  --version         print the version and exit
   -h, --help        this text
 
 exit status: 0 all input replayed; 1 a file or some entries could not be
@@ -111,6 +113,9 @@ std::string ParseArgs(int argc, char **argv, Options *o)
         if (arg == "-h" || arg == "--help") {
             std::cout << kUsage;
             std::exit(kExitOk);
+        } else if (arg == "--version") {
+            std::cout << "orvane-replay " << ORVANE_VERSION << "\n";
+            std::exit(kExitOk);
         } else if (arg == "--events") {
             o->report.events = true;
         } else if (arg == "--json") {
@@ -171,16 +176,21 @@ int Run(int argc, char **argv)
     options.session.eval = options.report.eval;
     bool badInput = false;
     const IssueSink printIssue = [&badInput](const std::string &file, const Issue &issue) {
-        std::cerr << "orvane-replay: " << file << ": " << issue.where << ": " << issue.what << " (skipped)\n";
+        if (issue.warning) {
+            std::cerr << "orvane-replay: " << Printable(file) << ": warning: " << issue.where << ": " << issue.what
+                      << "\n";
+            return;
+        }
+        std::cerr << "orvane-replay: " << Printable(file) << ": " << issue.where << ": " << issue.what << " (skipped)\n";
         badInput = true;
     };
     std::vector<SessionReport> sessions;
     auto replayed = [&](SessionReport report) {
         if (!report.trace->fatal.empty()) {
-            std::cerr << "orvane-replay: " << report.trace->file << ": " << report.trace->fatal << "\n";
+            std::cerr << "orvane-replay: " << Printable(report.trace->file) << ": " << report.trace->fatal << "\n";
             badInput = true;
         } else if (!report.result.setupError.empty()) {
-            std::cerr << "orvane-replay: " << report.trace->file << ": " << report.result.setupError << "\n";
+            std::cerr << "orvane-replay: " << Printable(report.trace->file) << ": " << report.result.setupError << "\n";
             badInput = true;
         }
         sessions.push_back(std::move(report));

@@ -1,8 +1,11 @@
 #include "text_util.hpp"
 
+#include <algorithm>
 #include <cctype>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 namespace replay {
 
@@ -239,6 +242,102 @@ uint64_t MsToNs(double ms)
         return 0;
     }
     return static_cast<uint64_t>(std::llround(ms * 1e6));
+}
+
+namespace {
+
+// Length of the well-formed UTF-8 sequence at s[pos] and its code point; 0
+// when the bytes there are not one (overlong forms and surrogates included).
+size_t Utf8At(const std::string &s, size_t pos, uint32_t *cp)
+{
+    const auto byte = [&](size_t i) { return static_cast<unsigned char>(s[i]); };
+    const unsigned char b0 = byte(pos);
+    if (b0 < 0x80) {
+        *cp = b0;
+        return 1;
+    }
+    size_t len = 0;
+    uint32_t min = 0;
+    if (b0 >= 0xC2 && b0 <= 0xDF) {
+        len = 2, min = 0x80, *cp = b0 & 0x1Fu;
+    } else if (b0 >= 0xE0 && b0 <= 0xEF) {
+        len = 3, min = 0x800, *cp = b0 & 0x0Fu;
+    } else if (b0 >= 0xF0 && b0 <= 0xF4) {
+        len = 4, min = 0x10000, *cp = b0 & 0x07u;
+    } else {
+        return 0;
+    }
+    if (pos + len > s.size()) {
+        return 0;
+    }
+    for (size_t i = 1; i < len; ++i) {
+        if ((byte(pos + i) & 0xC0u) != 0x80u) {
+            return 0;
+        }
+        *cp = (*cp << 6) | (byte(pos + i) & 0x3Fu);
+    }
+    if (*cp < min || *cp > 0x10FFFF || (*cp >= 0xD800 && *cp <= 0xDFFF)) {
+        return 0;
+    }
+    return len;
+}
+
+}  // namespace
+
+std::string Printable(const std::string &text, size_t maxChars)
+{
+    // Pieces are whole characters or whole escapes, so a cut never splits one.
+    const size_t room = maxChars < 3 ? maxChars : maxChars - 3;  // leaves space for "..."
+    std::string out;
+    size_t chars = 0;
+    size_t fitted = 0;  // bytes of out within room
+    for (size_t pos = 0; pos < text.size();) {
+        uint32_t cp = 0;
+        const size_t len = Utf8At(text, pos, &cp);
+        char escape[8] = "";
+        if (len == 0) {
+            std::snprintf(escape, sizeof(escape), "\\x%02X", static_cast<unsigned char>(text[pos]));
+        } else if (cp == '\n' || cp == '\t' || cp == '\r') {
+            std::snprintf(escape, sizeof(escape), "\\%c", cp == '\n' ? 'n' : cp == '\t' ? 't' : 'r');
+        } else if (cp < 0x20 || cp == 0x7F) {
+            std::snprintf(escape, sizeof(escape), "\\x%02X", static_cast<unsigned>(cp));
+        } else if (cp >= 0x80 && cp <= 0x9F) {
+            std::snprintf(escape, sizeof(escape), "\\u%04X", static_cast<unsigned>(cp));
+        }
+        const size_t escaped = std::strlen(escape);
+        const size_t width = escaped != 0 ? escaped : 1;
+        if (chars + width > maxChars) {
+            out.resize(fitted);
+            return maxChars < 3 ? out : out + "...";
+        }
+        chars += width;
+        if (escaped != 0) {
+            out += escape;
+        } else {
+            out.append(text, pos, len);
+        }
+        pos += len == 0 ? 1 : len;
+        if (chars <= room) {
+            fitted = out.size();
+        }
+    }
+    return out;
+}
+
+size_t CharCount(const std::string &utf8)
+{
+    size_t n = 0;
+    for (char c : utf8) {
+        n += (static_cast<unsigned char>(c) & 0xC0u) != 0x80u ? 1 : 0;
+    }
+    return n;
+}
+
+std::string Column(const std::string &text, size_t width)
+{
+    std::string out = Printable(text, width);
+    out.append(width - std::min(width, CharCount(out)), ' ');
+    return out;
 }
 
 }  // namespace replay

@@ -1,8 +1,9 @@
 // Small text helpers shared by the readers and reports: URL splitting,
-// ISO 8601 times, IPv4 addresses.
+// ISO 8601 times, IPv4 addresses, recorded text made safe to print.
 #ifndef ORVANE_REPLAY_TEXT_UTIL_HPP
 #define ORVANE_REPLAY_TEXT_UTIL_HPP
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -34,6 +35,20 @@ bool ContainsNoCase(const std::string &haystack, const std::string &needle);
 
 // Milliseconds as recorded (fractions allowed) to nanoseconds.
 uint64_t MsToNs(double ms);
+
+// Recorded text as it may be shown in a terminal or a report column: control
+// characters (C0, DEL, C1) and bytes that are not UTF-8 become escapes (\n,
+// \t, \r, \xNN, \u0085), and the result is cut on a character boundary to
+// at most maxChars characters, "..." included.
+constexpr size_t kNoCut = static_cast<size_t>(-1);
+std::string Printable(const std::string &text, size_t maxChars = kNoCut);
+
+// Characters (code points) in valid UTF-8 text, e.g. Printable's result:
+// what a column of it occupies.
+size_t CharCount(const std::string &utf8);
+
+// Printable text padded with spaces to width characters (cut to fit).
+std::string Column(const std::string &text, size_t width);
 
 }  // namespace replay
 

@@ -77,10 +77,12 @@ struct RecordedPage {
     double onLoadMs = -1.0;
 };
 
-// An input problem: where (entry or line) and what.
+// An input problem: where (entry or line) and what. A warning is about
+// input that was replayed but breaks the integration contract.
 struct Issue {
     std::string where;
     std::string what;
+    bool warning = false;
 };
 
 // A file full of bad lines must not fill memory: only the first are kept
@@ -97,6 +99,7 @@ struct Trace {
     std::vector<Transaction> transactions;
     std::vector<RecordedPage> pages;  // the recording's own pages, when it has them
     std::vector<Issue> skipped;  // the first kMaxListedIssues bad entries or lines
+    std::vector<Issue> warnings;  // contract rules broken, each once
     size_t skippedCount = 0;     // all bad entries or lines, not replayed
     size_t cacheHits = 0;        // served by the browser cache: never on the wire
     size_t notHttp = 0;          // data:, blob: and other non-HTTP entries

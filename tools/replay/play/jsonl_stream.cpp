@@ -5,6 +5,7 @@
 #include <tuple>
 #include <utility>
 
+#include "jsonl_contract.hpp"
 #include "jsonl_reader.hpp"
 #include "session.hpp"
 
@@ -83,7 +84,7 @@ private:
 }  // namespace
 
 SessionReport StreamJsonl(const std::string &file, std::istream &in, const SessionOptions &options,
-                          const IssueSink &onIssue, std::vector<std::string> head)
+                          const IssueSink &onIssue, std::string prefix)
 {
     SessionReport report;
     report.trace = std::make_unique<Trace>();
@@ -108,45 +109,39 @@ SessionReport StreamJsonl(const std::string &file, std::istream &in, const Sessi
         }
     };
 
-    std::string line;
-    size_t lineNo = 0;
-    size_t headAt = 0;
-    auto next = [&]() -> bool {
-        if (headAt < head.size()) {
-            line = std::move(head[headAt++]);
-            return true;
-        }
-        return static_cast<bool>(std::getline(in, line));
-    };
+    JsonlSource source(in, std::move(prefix), [&](const Issue &issue) {
+        onIssue(file, issue);
+        trace.Skip(issue);
+    });
+    ContractCheck contract([&](const Issue &issue) {
+        onIssue(file, issue);
+        trace.warnings.push_back(issue);
+    });
     JsonlLine parsed;
-    std::string error;
-    while (next()) {
-        ++lineNo;
-        if (!ParseJsonlLine(line, lineNo, &parsed, &error)) {
-            Issue issue{"line " + std::to_string(lineNo), error};
-            onIssue(file, issue);
-            trace.Skip(std::move(issue));
-            continue;
-        }
+    while (source.Next(&parsed)) {
         Step step;
         if (parsed.kind == JsonlLine::Kind::kDns) {
             step.dns = true;
             step.time = parsed.dns.begin;
             step.dnsRecord = std::move(parsed.dns);
-        } else if (parsed.kind == JsonlLine::Kind::kEvent) {
+        } else {
+            contract.Event(parsed.event);
             step.time = parsed.event.begin;
             if (options.keepEvents) {
                 step.kept = book.Add(&trace, std::move(parsed.event), parsed.page);
             } else {
                 step.event = std::move(parsed.event);
             }
-        } else {
-            continue;
         }
         window.Push(std::move(step), feed);
     }
-    if (in.bad()) {
-        Issue issue{"line " + std::to_string(lineNo + 1), "cannot read the file any further"};
+    if (!source.NotATrace().empty()) {
+        // Nothing was fed: the file is reported as unreadable, like a bad HAR.
+        trace.fatal = source.NotATrace();
+        return report;
+    }
+    if (source.ReadFailed()) {
+        Issue issue{"line " + std::to_string(source.LineNo() + 1), "cannot read the file any further"};
         onIssue(file, issue);
         trace.Skip(std::move(issue));
     }

@@ -21,6 +21,7 @@ constexpr size_t kSlotsPerRead = 1024;
 
 struct RowHeader {
     uint64_t id;
+    uint64_t openedAt;
     uint64_t closedAt;
     STPageKQI kqi;
     int32_t firstEvent;
@@ -45,6 +46,7 @@ std::string Encode(const PageResult &row)
     RowHeader h;
     std::memset(&h, 0, sizeof(h));  // no stray padding bytes on disk
     h.id = row.id;
+    h.openedAt = row.openedAt;
     h.closedAt = row.closedAt;
     h.kqi = row.kqi;
     h.firstEvent = row.firstEvent;
@@ -71,6 +73,7 @@ PageResult Decode(const std::string &record)
     }
     PageResult row;
     row.id = h.id;
+    row.openedAt = h.openedAt;
     row.closedAt = h.closedAt;
     row.kqi = h.kqi;
     row.firstEvent = h.firstEvent;

@@ -26,6 +26,7 @@ struct PageResult {
     bool reported = false;
     bool released = false;  // reported by the final release rather than the timer
     STPageKQI kqi{};
+    uint64_t openedAt = 0;  // trace clock at the page's first event
     uint64_t closedAt = 0;  // trace clock at the report
 };
 

@@ -387,6 +387,7 @@ void Replayer::Feed(const TraceEvent &ev, int index)
     if (isNew) {
         page->kind = KindOf(ev, flow, id);
         page->firstEvent = index;
+        page->openedAt = s.clock;
     }
     if (ev.kind == EventKind::kRequest) {
         if (page->requests == 0) {

@@ -1,5 +1,7 @@
+#include <algorithm>
 #include <fstream>
 #include <iostream>
+#include <memory>
 #include <sstream>
 
 #include <nlohmann/json.hpp>
@@ -16,20 +18,50 @@ bool EndsWith(const std::string &s, const std::string &suffix)
     return s.size() >= suffix.size() && ToLower(s.substr(s.size() - suffix.size())) == suffix;
 }
 
-// A HAR file is one JSON document, usually spread over many lines; an event
-// trace is one object per line, or starts with a comment. line: the first
-// with content.
-bool LooksLikeHar(const std::string &line)
+// A HAR file is one JSON document whose first key is "log", usually spread
+// over many lines; an event trace is one object per line, or starts with a
+// comment. head: the first bytes of the file.
+bool LooksLikeHar(const std::string &head)
 {
-    const size_t first = line.find_first_not_of(" \t\r\n");
-    if (first == std::string::npos || line[first] != '{') {
+    size_t at = head.find_first_not_of(" \t\r\n");
+    if (at == std::string::npos || head[at] != '{') {
         return false;
     }
-    const nlohmann::json obj = nlohmann::json::parse(line.substr(first), nullptr, false);
-    if (obj.is_discarded()) {
-        return true;  // the document goes on past its first line
+    const size_t lineEnd = head.find('\n', at);
+    at = head.find_first_not_of(" \t\r\n", at + 1);
+    if (at == std::string::npos || head.compare(at, 5, "\"log\"") == 0) {
+        return true;
     }
-    return obj.is_object() && obj.contains("log");
+    if (lineEnd == std::string::npos) {
+        return false;  // one line longer than the head: not a HAR that begins with "log"
+    }
+    // A document that goes on past its first line, or one line holding "log".
+    const nlohmann::json obj = nlohmann::json::parse(head.substr(0, lineEnd), nullptr, false);
+    return obj.is_discarded() || (obj.is_object() && obj.contains("log"));
+}
+
+// Takes up to n bytes from in.
+std::string Take(std::istream &in, size_t n)
+{
+    std::string bytes(n, '\0');
+    in.read(&bytes[0], static_cast<std::streamsize>(n));
+    bytes.resize(static_cast<size_t>(in.gcount()));
+    return bytes;
+}
+
+// Reports the first kMaxIssueMessages issues of a file, then says that the
+// rest are only counted.
+IssueSink Capped(const IssueSink &onIssue)
+{
+    auto told = std::make_shared<size_t>(0);
+    return [onIssue, told](const std::string &file, const Issue &issue) {
+        if (*told < kMaxIssueMessages) {
+            onIssue(file, issue);
+        } else if (*told == kMaxIssueMessages) {
+            onIssue(file, {issue.where, "further bad entries or lines are counted, not listed"});
+        }
+        ++*told;
+    };
 }
 
 SessionReport Unreadable(const std::string &file, const std::string &why)
@@ -66,40 +98,36 @@ SessionReport ReplayHar(const std::string &file, const std::string &text, const 
 SessionReport ReplayStream(const std::string &file, std::istream &in, Format format, const SessionOptions &options,
                            const IssueSink &onIssue)
 {
-    std::vector<std::string> head;
-    if (format == Format::kAuto) {
-        std::string line;
-        while (std::getline(in, line)) {
-            head.push_back(line);
-            if (line.find_first_not_of(" \t\r\n") != std::string::npos) {
-                break;
-            }
-        }
-        format = !head.empty() && LooksLikeHar(head.back()) ? Format::kHar : Format::kJsonl;
-    } else {
-        in.peek();  // a directory opens but cannot be read
+    constexpr size_t kHeadBytes = 64 * 1024;
+    std::string head = Take(in, kHeadBytes);
+    if (in.bad() || (head.empty() && !in.eof())) {
+        return Unreadable(file, "cannot read the file");  // e.g. a directory
     }
-    if (in.bad()) {
-        return Unreadable(file, "cannot read the file");
+    if (format == Format::kAuto) {
+        format = LooksLikeHar(head) ? Format::kHar : Format::kJsonl;
     }
     if (format == Format::kJsonl) {
         return StreamJsonl(file, in, options, onIssue, std::move(head));
     }
-    std::ostringstream text;
-    for (const std::string &line : head) {
-        text << line << '\n';
+    std::string text = std::move(head);
+    while (in && text.size() <= kMaxHarBytes) {
+        text += Take(in, std::min<size_t>(kMaxHarBytes + 1 - text.size(), 1u << 20));
     }
-    text << in.rdbuf();
     if (in.bad()) {
         return Unreadable(file, "cannot read the file");
     }
-    return ReplayHar(file, text.str(), options, onIssue);
+    if (text.size() > kMaxHarBytes) {
+        return Unreadable(file, "a HAR file larger than " + std::to_string(kMaxHarBytes >> 20) +
+                                    " MiB is not read (the cap on HAR input)");
+    }
+    return ReplayHar(file, text, options, onIssue);
 }
 
 }  // namespace
 
-SessionReport ReplayFile(const std::string &path, const SessionOptions &options, const IssueSink &onIssue)
+SessionReport ReplayFile(const std::string &path, const SessionOptions &options, const IssueSink &sink)
 {
+    const IssueSink onIssue = Capped(sink);
     if (path == "-") {
         return ReplayStream("(standard input)", std::cin, options.format, options, onIssue);
     }
@@ -119,7 +147,7 @@ SessionReport ReplayFile(const std::string &path, const SessionOptions &options,
 SessionReport ReplaySample(const SessionOptions &options, const IssueSink &onIssue)
 {
     std::istringstream in(SampleSession());
-    return StreamJsonl("bundled sample session", in, options, onIssue);
+    return StreamJsonl("bundled sample session", in, options, Capped(onIssue));
 }
 
 }  // namespace replay

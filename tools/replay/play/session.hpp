@@ -40,10 +40,16 @@ constexpr size_t kReorderMaxLines = 8192;
 SessionReport ReplayFile(const std::string &path, const SessionOptions &options, const IssueSink &onIssue);
 SessionReport ReplaySample(const SessionOptions &options, const IssueSink &onIssue);
 
-// Replays JSON Lines from in as they are read; head holds lines already
-// taken from in (to tell the format), replayed first.
+// Replays JSON Lines from in as they are read; prefix holds bytes already
+// taken from in (to tell the format), read first.
 SessionReport StreamJsonl(const std::string &file, std::istream &in, const SessionOptions &options,
-                          const IssueSink &onIssue, std::vector<std::string> head = {});
+                          const IssueSink &onIssue, std::string prefix = {});
+
+// A HAR file is read whole: beyond this it is refused unread (its parsed
+// form takes about eight times its size).
+constexpr size_t kMaxHarBytes = 128u << 20;
+// Messages on standard error per file; every bad line is still counted.
+constexpr size_t kMaxIssueMessages = 20;
 
 }  // namespace replay
 

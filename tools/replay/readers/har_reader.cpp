@@ -4,6 +4,7 @@
 // content type, as a daemon reports a request once its answer's header is
 // parsed: the library settles pages and redirect chains from the request.
 #include <algorithm>
+#include <limits>
 #include <map>
 #include <stdexcept>
 
@@ -39,6 +40,15 @@ struct HarEntry {
 
 std::string Where(size_t index) { return "log.entries[" + std::to_string(index) + "]"; }
 
+// The event record gives every string a 16-bit length.
+const std::string &Bounded(const std::string &text, const char *what)
+{
+    if (text.size() > std::numeric_limits<uint16_t>::max()) {
+        throw InputError(std::string(what) + " longer than 65535 bytes");
+    }
+    return text;
+}
+
 const json &Member(const json &obj, const char *key, const std::string &path)
 {
     if (!obj.is_object()) {
@@ -55,7 +65,7 @@ std::string StringMember(const json &obj, const char *key, const std::string &pa
 {
     const json &v = Member(obj, key, path);
     if (!v.is_string()) {
-        throw InputError(path + "." + key + " is not a string");
+        throw InputError(path + "." + key + " is not a string (" + ValueText(v) + ")");
     }
     return v.get<std::string>();
 }
@@ -71,11 +81,11 @@ uint64_t Timing(const json &timings, const char *key, bool required)
         return 0;
     }
     if (!it->is_number()) {
-        throw InputError(std::string("timings.") + key + " is not a number");
+        throw InputError(std::string("timings.") + key + " is not a number (" + ValueText(*it) + ")");
     }
     const double ms = it->get<double>();
     if (ms < -1.0 || ms > 86400000.0) {
-        throw InputError(std::string("timings.") + key + " out of range (" + it->dump() + ")");
+        throw InputError(std::string("timings.") + key + " out of range (" + ValueText(*it) + ")");
     }
     return MsToNs(ms);
 }
@@ -155,21 +165,22 @@ HarEntry ReadEntry(const json &entry, size_t index)
     e.index = index;
     const std::string started = StringMember(entry, "startedDateTime", "entry");
     if (!ParseIsoTime(started, &e.start)) {
-        throw InputError("startedDateTime is not an ISO 8601 time (\"" + started + "\")");
+        throw InputError("startedDateTime is not an ISO 8601 time (" + Quoted(started) + ")");
     }
     const json &request = Member(entry, "request", "entry");
     e.method = StringMember(request, "method", "request");
     const std::string url = StringMember(request, "url", "request");
+    Bounded(url, "request.url");
     if (!SplitUrl(url, &e.url)) {
-        throw InputError("request.url is not an absolute URL (\"" + url.substr(0, 80) + "\")");
+        throw InputError("request.url is not an absolute URL (" + Quoted(url) + ")");
     }
-    e.referer = Header(request, "Referer");
+    e.referer = Bounded(Header(request, "Referer"), "the Referer header");
 
     const json &response = Member(entry, "response", "entry");
     const json &status = Member(response, "status", "response");
     if (!status.is_number_integer() || (status.is_number_unsigned() && status.get<uint64_t>() > 999) ||
         status.get<int64_t>() > 999) {
-        throw InputError("response.status out of range (" + status.dump() + ")");
+        throw InputError("response.status out of range (" + ValueText(status) + ")");
     }
     // 0 and the negative codes some recorders write mean that no answer
     // arrived: the request failed, was blocked or was cut short.
@@ -188,6 +199,8 @@ HarEntry ReadEntry(const json &entry, size_t index)
         response["content"].contains("mimeType") && response["content"]["mimeType"].is_string()) {
         e.contentType = response["content"]["mimeType"].get<std::string>();
     }
+    Bounded(e.location, "the Location");
+    Bounded(e.contentType, "the content type");
 
     const json &timings = Member(entry, "timings", "entry");
     if (!timings.is_object()) {
@@ -396,7 +409,7 @@ Trace ReadHar(const std::string &file, const std::string &text, const ReadOption
     json doc;
     try {
         doc = json::parse(text);
-    } catch (const json::parse_error &err) {
+    } catch (const json::exception &err) {  // syntax, and numbers beyond a double (1e999)
         trace.fatal = "not valid JSON: " + DescribeParseError(err.what());
         return trace;
     }

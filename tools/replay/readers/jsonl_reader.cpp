@@ -10,6 +10,7 @@
 #include <nlohmann/json.hpp>
 
 #include "input_error.hpp"
+#include "jsonl_contract.hpp"
 #include "jsonl_reader.hpp"
 #include "text_util.hpp"
 #include "trace.hpp"
@@ -31,7 +32,7 @@ void CheckFields(const json &obj, const std::set<std::string> &allowed)
 {
     for (auto it = obj.begin(); it != obj.end(); ++it) {
         if (allowed.count(it.key()) == 0) {
-            throw InputError("unknown field \"" + it.key() + "\"");
+            throw InputError("unknown field " + Quoted(it.key()));
         }
     }
 }
@@ -55,7 +56,7 @@ uint64_t Unsigned(const json &obj, const char *key, uint64_t max, bool required,
     } else {
         throw InputError(std::string("\"") + key + "\" is not a number");
     }
-    throw InputError(std::string("\"") + key + "\" out of range (" + it->dump() + ", allowed 0.." +
+    throw InputError(std::string("\"") + key + "\" out of range (" + ValueText(*it) + ", allowed 0.." +
                      std::to_string(max) + ")");
 }
 
@@ -84,7 +85,7 @@ uint32_t Address(const json &obj, const char *key, uint32_t fallback)
     if (it->is_string()) {
         uint32_t ip = 0;
         if (!ParseIpv4(it->get<std::string>(), &ip)) {
-            throw InputError(std::string("\"") + key + "\" is not an IPv4 address (" + it->dump() + ")");
+            throw InputError(std::string("\"") + key + "\" is not an IPv4 address (" + ValueText(*it) + ")");
         }
         return ip;
     }
@@ -155,9 +156,10 @@ std::string DisplayUrl(const std::string &host, const std::string &uri)
 
 }  // namespace
 
-bool ParseJsonlLine(const std::string &text, size_t lineNo, JsonlLine *out, std::string *error)
+bool ParseJsonlLine(const std::string &text, size_t lineNo, JsonlLine *out, std::string *error, bool *notObject)
 {
     *out = JsonlLine{};
+    bool objectSeen = false;
     std::string line = text;
     if (!line.empty() && line.back() == '\r') {
         line.pop_back();
@@ -174,8 +176,9 @@ bool ParseJsonlLine(const std::string &text, size_t lineNo, JsonlLine *out, std:
             throw InputError("not valid JSON: " + DescribeParseError(err.what()));
         }
         if (!obj.is_object()) {
-            throw InputError("not a JSON object");
+            throw InputError("not a JSON object (" + ValueText(obj) + ")");
         }
+        objectSeen = true;
         const std::string kind = obj.contains("ev") && obj["ev"].is_string() ? obj["ev"].get<std::string>() : "";
         if (kind == "dns") {
             CheckFields(obj, kDnsFields);
@@ -206,7 +209,7 @@ bool ParseJsonlLine(const std::string &text, size_t lineNo, JsonlLine *out, std:
             ev.kind = EventKind::kResponse;
             ReadCommon(obj, &ev);
         } else if (obj.contains("ev")) {
-            throw InputError("\"ev\" must be \"req\", \"rsp\" or \"dns\" (" + obj["ev"].dump() + ")");
+            throw InputError("\"ev\" must be \"req\", \"rsp\" or \"dns\" (" + ValueText(obj["ev"]) + ")");
         } else {
             throw InputError("missing field \"ev\"");
         }
@@ -217,7 +220,135 @@ bool ParseJsonlLine(const std::string &text, size_t lineNo, JsonlLine *out, std:
     } catch (const json::exception &err) {
         *error = DescribeParseError(err.what());
     }
+    if (notObject != nullptr) {
+        *notObject = !objectSeen;
+    }
     *out = JsonlLine{};
+    return false;
+}
+
+LineReader::LineReader(std::istream &in, std::string prefix, size_t maxBytes)
+    : in_(in), buf_(std::move(prefix)), max_(maxBytes)
+{
+}
+
+bool LineReader::Fill()
+{
+    constexpr size_t kChunk = 64 * 1024;
+    buf_.erase(0, pos_);
+    pos_ = 0;
+    const size_t had = buf_.size();
+    buf_.resize(had + kChunk);
+    in_.read(&buf_[had], static_cast<std::streamsize>(kChunk));
+    buf_.resize(had + static_cast<size_t>(in_.gcount()));
+    return buf_.size() > had;
+}
+
+LineReader::Status LineReader::Next(std::string *line)
+{
+    line->clear();
+    bool tooLong = false;
+    bool any = false;
+    for (;;) {
+        if (pos_ == buf_.size() && !Fill()) {
+            if (!any) {
+                return Status::kEnd;
+            }
+            break;  // the last line has no end of line
+        }
+        any = true;
+        const size_t newline = buf_.find('\n', pos_);
+        const size_t end = newline == std::string::npos ? buf_.size() : newline;
+        if (!tooLong) {
+            const size_t take = std::min(end - pos_, max_ - line->size());
+            line->append(buf_, pos_, take);
+            tooLong = take < end - pos_;
+        }
+        pos_ = newline == std::string::npos ? buf_.size() : newline + 1;
+        if (newline != std::string::npos) {
+            break;
+        }
+    }
+    if (tooLong) {
+        line->clear();
+        return Status::kTooLong;
+    }
+    return Status::kLine;
+}
+
+JsonlSource::JsonlSource(std::istream &in, std::string prefix, BadLine onBad)
+    : reader_(in, std::move(prefix)), onBad_(std::move(onBad))
+{
+}
+
+// A JSON object, even a bad event, shows that the file is meant as a trace:
+// the bad lines held so far are told.
+void JsonlSource::SawObject()
+{
+    if (!sawObject_) {
+        sawObject_ = true;
+        for (const Issue &held : held_) {
+            onBad_(held);
+        }
+        held_.clear();
+    }
+}
+
+void JsonlSource::Bad(Issue issue, bool notObject)
+{
+    notJsonRun_ = notObject ? notJsonRun_ + 1 : 0;
+    if (sawObject_ || !notObject) {
+        SawObject();
+        onBad_(issue);
+        if (notJsonRun_ >= kNotJsonRun) {
+            onBad_({"line " + std::to_string(lineNo_), std::to_string(kNotJsonRun) +
+                                                          " lines in a row are not JSON objects: the rest of the "
+                                                          "file is not read"});
+            stopped_ = true;
+        }
+        return;
+    }
+    held_.push_back(std::move(issue));
+    if (held_.size() >= kNotJsonRun) {
+        GiveUp();
+    }
+}
+
+void JsonlSource::GiveUp()
+{
+    notATrace_ = "not a JSON Lines trace (" + held_.front().where + ": " + held_.front().what + ")";
+    stopped_ = true;
+}
+
+bool JsonlSource::Next(JsonlLine *out)
+{
+    while (!stopped_) {
+        const LineReader::Status status = reader_.Next(&line_);
+        if (status == LineReader::Status::kEnd) {
+            if (!sawObject_ && !held_.empty()) {
+                GiveUp();  // nothing but lines that are not JSON objects
+            }
+            stopped_ = true;
+            break;
+        }
+        ++lineNo_;
+        const std::string where = "line " + std::to_string(lineNo_);
+        if (status == LineReader::Status::kTooLong) {
+            Bad({where, "longer than " + std::to_string(kMaxLineBytes) + " bytes"}, true);
+            continue;
+        }
+        bool notObject = false;
+        if (!ParseJsonlLine(line_, lineNo_, out, &error_, &notObject)) {
+            Bad({where, error_}, notObject);
+            continue;
+        }
+        if (out->kind == JsonlLine::Kind::kNothing) {
+            continue;
+        }
+        notJsonRun_ = 0;
+        SawObject();
+        return true;
+    }
     return false;
 }
 
@@ -270,20 +401,18 @@ Trace ReadJsonl(const std::string &file, const std::string &text)
     trace.format = "jsonl";
     TransactionBook book;
     std::istringstream in(text);
-    std::string line;
-    size_t lineNo = 0;
-    while (std::getline(in, line)) {
-        ++lineNo;
-        JsonlLine parsed;
-        std::string error;
-        if (!ParseJsonlLine(line, lineNo, &parsed, &error)) {
-            trace.Skip({"line " + std::to_string(lineNo), error});
-        } else if (parsed.kind == JsonlLine::Kind::kDns) {
+    JsonlSource source(in, {}, [&trace](const Issue &issue) { trace.Skip(issue); });
+    ContractCheck contract([&trace](const Issue &issue) { trace.warnings.push_back(issue); });
+    JsonlLine parsed;
+    while (source.Next(&parsed)) {
+        if (parsed.kind == JsonlLine::Kind::kDns) {
             trace.dns.push_back(parsed.dns);
-        } else if (parsed.kind == JsonlLine::Kind::kEvent) {
+        } else {
+            contract.Event(parsed.event);
             book.Add(&trace, std::move(parsed.event), parsed.page);
         }
     }
+    trace.fatal = source.NotATrace();
     return trace;
 }
 

@@ -6,13 +6,18 @@
 #include <map>
 
 #include "report.hpp"
+#include "text_util.hpp"
 
 namespace replay {
 
 namespace {
 
-std::string Escape(const std::string &s)
+// Recorded text for HTML: control characters and stray bytes escaped as in
+// the text report, long texts cut, then the markup characters.
+std::string Escape(const std::string &text)
 {
+    constexpr size_t kMaxChars = 2000;
+    const std::string s = Printable(text, kMaxChars);
     std::string out;
     out.reserve(s.size());
     for (char c : s) {

@@ -9,6 +9,11 @@ namespace replay {
 
 using nlohmann::json;
 
+// The --json layout, described by tools/replay/report.schema.json. Keys may
+// be added without a new version; a key removed, renamed or changed in type
+// or meaning takes the next one.
+constexpr int kJsonSchemaVersion = 1;
+
 std::string PageLabel(const EventOutcome &outcome)
 {
     if (!outcome.fed) {
@@ -73,6 +78,9 @@ json EvalJson(const EvalResult &e)
                 {"main_request_found", e.mainFound}};
 }
 
+// Times are integers of nanoseconds on the trace's clock (`_ns`), the DNS
+// delay the daemon's milliseconds as the library reports them (`_ms`), flags
+// booleans: nothing is rounded.
 json PageJson(const PageResult &p)
 {
     json j{{"id", p.id},
@@ -81,15 +89,54 @@ json PageJson(const PageResult &p)
            {"url", p.uri},
            {"requests", p.requests},
            {"responses", p.responses},
+           {"opened_at_ns", p.openedAt},
            {"reported", p.reported}};
     if (p.reported) {
-        j["success"] = p.kqi.ucSuccFlag;
-        j["counted"] = p.kqi.ucPageFlag;
+        j["success"] = p.kqi.ucSuccFlag == 1;
+        j["counted"] = p.kqi.ucPageFlag == 1;
         j["cause"] = p.kqi.usCauseCode;
-        j["page_delay_ms"] = ToMs(p.kqi.ullPageDelay);
+        j["page_delay_ns"] = p.kqi.ullPageDelay;
         j["dns_delay_ms"] = p.kqi.uiDnsDelay;
         j["closed_by"] = p.released ? "release" : "timer";
         j["closed_at_ns"] = p.closedAt;
+    }
+    return j;
+}
+
+const char *Outcome(const EventOutcome &o)
+{
+    return !o.fed ? "not_fed" : o.black ? "black" : o.rc != WEBPAGE_OK ? "no_page" : "page";
+}
+
+// An event with the fields the daemon handed the library; strings only when
+// the event had them.
+json EventJson(const TraceEvent &ev, const EventOutcome &o)
+{
+    const bool request = ev.kind == EventKind::kRequest;
+    json j{{"origin", ev.origin},
+           {"kind", request ? "req" : "rsp"},
+           {"flow", ev.flow},
+           {"begin_ns", ev.begin},
+           {"end_ns", ev.end},
+           {"syn_ns", ev.syn},
+           {"status", ev.status},
+           {"client_port", ev.clientPort},
+           {"server_port", ev.serverPort},
+           {"event", EventText(ev)},
+           {"outcome", Outcome(o)},
+           {"rc", o.rc},
+           {"page", o.pageId},
+           {"black", o.black}};
+    if (request) {
+        j["method"] = ev.methodName;
+    }
+    const std::pair<const char *, const std::string *> texts[] = {
+        {"host", &ev.host},          {"uri", &ev.uri},           {"refer_host", &ev.referHost},
+        {"refer_path", &ev.referPath}, {"location", &ev.location}, {"content_type", &ev.contentType}};
+    for (const auto &[key, text] : texts) {
+        if (!text->empty()) {
+            j[key] = *text;
+        }
     }
     return j;
 }
@@ -108,7 +155,8 @@ std::string Marker(const std::string &name) { return "\x01" + name; }
 void WriteDoc(std::ostream &out, const json &doc, const std::string &indent,
               const std::vector<std::pair<std::string, Hole>> &holes)
 {
-    const std::string text = doc.dump(2);
+    // Text that is not UTF-8 (a file name, say) is written with U+FFFD in its place.
+    const std::string text = doc.dump(2, ' ', false, json::error_handler_t::replace);
     size_t begin = 0;
     bool firstLine = true;
     while (begin <= text.size()) {
@@ -188,18 +236,13 @@ void WriteEvents(std::ostream &out, const SessionReport &s, const std::string &i
     for (size_t i = 0; i < t.events.size(); ++i) {
         const TraceEvent &ev = t.events[i];
         const EventOutcome o = i < s.result.outcomes.size() ? s.result.outcomes[i] : EventOutcome{};
-        array.Item({{"origin", ev.origin},
-                    {"kind", ev.kind == EventKind::kRequest ? "req" : "rsp"},
-                    {"flow", ev.flow},
-                    {"begin_ns", ev.begin},
-                    {"event", EventText(ev)},
-                    {"rc", o.rc},
-                    {"page", o.pageId},
-                    {"black", o.black}});
+        array.Item(EventJson(ev, o));
     }
     array.End();
 }
 
+// A session's object: scalar keys and small objects go into j; a list that
+// may be long gets a hole, filled item by item as it is written.
 void WriteSession(std::ostream &out, const SessionReport &s, const ReportOptions &options, const std::string &indent)
 {
     const Trace &t = *s.trace;
@@ -219,9 +262,18 @@ void WriteSession(std::ostream &out, const SessionReport &s, const ReportOptions
         skipped.push_back({{"where", issue.where}, {"reason", issue.what}});
     }
     j["skipped"] = skipped;
+    json warnings = json::array();
+    for (const Issue &issue : t.warnings) {
+        warnings.push_back({{"where", issue.where}, {"reason", issue.what}});
+    }
+    j["warnings"] = warnings;
     if (t.skippedCount > t.skipped.size()) {
         j["skipped_not_listed"] = t.skippedCount - t.skipped.size();
     }
+    j["events_fed"] = s.result.events;
+    j["requests_fed"] = s.result.requests;
+    j["black_listed"] = s.result.black;
+    j["without_page"] = s.result.refused;
     j["late"] = s.result.late;
     j["cache_hits"] = t.cacheHits;
     j["not_http"] = t.notHttp;
@@ -265,7 +317,10 @@ void WriteJson(std::ostream &out, const std::vector<SessionReport> &sessions, co
     if (options.eval) {
         summary["eval"] = EvalJson(total);
     }
-    json doc{{"sessions", Marker("sessions")}, {"summary", summary}};
+    json doc{{"schema_version", kJsonSchemaVersion},
+             {"generator", std::string("orvane-replay ") + ORVANE_VERSION},
+             {"sessions", Marker("sessions")},
+             {"summary", summary}};
     WriteDoc(out, doc, "", {{"sessions", [&](std::ostream &o, const std::string &indent) {
                                  ArrayWriter array(o, indent);
                                  for (const SessionReport &s : sessions) {

@@ -4,18 +4,16 @@
 #include <sstream>
 
 #include "report.hpp"
+#include "text_util.hpp"
 
 namespace replay {
 
 namespace {
 
-std::string Fit(const std::string &s, size_t width)
-{
-    if (s.size() <= width) {
-        return s;
-    }
-    return s.substr(0, width - 3) + "...";
-}
+// Recorded text in a column: escaped, cut on a character boundary, padded.
+std::string Fit(const std::string &s, size_t width) { return Column(s, width); }
+
+constexpr size_t kEventChars = 300;  // the last column has no width, only a limit
 
 std::string Fixed(double v, int digits)
 {
@@ -38,9 +36,9 @@ void WriteEvents(std::ostream &out, const SessionReport &s)
         const double rel = ev.begin >= s.result.clockBegin
                                ? static_cast<double>(ev.begin - s.result.clockBegin) / 1e9
                                : -static_cast<double>(s.result.clockBegin - ev.begin) / 1e9;
-        out << "    " << std::left << std::setw(10) << Fixed(rel, 3) << std::setw(26) << Fit(ev.flow, 25)
-            << std::setw(14) << PageLabel(s.result.outcomes[static_cast<size_t>(i)]) << EventText(ev) << "  ["
-            << ev.origin << "]\n";
+        out << "    " << std::left << std::setw(10) << Fixed(rel, 3) << Fit(ev.flow, 25) << ' '
+            << std::setw(14) << PageLabel(s.result.outcomes[static_cast<size_t>(i)])
+            << Printable(EventText(ev), kEventChars) << "  [" << ev.origin << "]\n";
     }
 }
 
@@ -48,7 +46,7 @@ void WritePages(std::ostream &out, const SessionReport &s)
 {
     size_t hostWidth = 4;
     s.result.pages.ForEach(
-        [&](const PageResult &p) { hostWidth = std::max(hostWidth, std::min<size_t>(p.host.size(), 32)); });
+        [&](const PageResult &p) { hostWidth = std::max(hostWidth, CharCount(Printable(p.host, 32))); });
     out << "  " << std::right << std::setw(6) << "PAGE" << "  " << std::left << std::setw(7) << "TYPE" << std::right
         << std::setw(5) << "REQ" << std::setw(5) << "RSP" << std::setw(6) << "SUCC" << std::setw(5) << "CNT"
         << std::setw(7) << "CAUSE" << std::setw(10) << "DELAY_MS" << std::setw(8) << "DNS_MS" << "  " << std::left
@@ -64,8 +62,7 @@ void WritePages(std::ostream &out, const SessionReport &s)
             out << std::setw(6) << "-" << std::setw(5) << "-" << std::setw(7) << "open" << std::setw(10) << "-"
                 << std::setw(8) << "-";
         }
-        out << "  " << std::left << std::setw(static_cast<int>(hostWidth)) << Fit(p.host.empty() ? "-" : p.host, 32)
-            << "  " << Fit(p.uri, 60) << "\n";
+        out << "  " << Fit(p.host.empty() ? "-" : p.host, hostWidth) << "  " << Printable(p.uri, 60) << "\n";
     });
 }
 
@@ -89,6 +86,9 @@ void WriteSummary(std::ostream &out, const SessionReport &s)
     if (r.late != 0) {
         out << "; " << r.late << " late (out of time order, fed as they came)";
     }
+    if (!t.warnings.empty()) {
+        out << "; " << t.warnings.size() << " integration contract rules broken (see the warnings)";
+    }
     out << "; library ERROR lines: " << r.libraryErrors << "\n";
 }
 
@@ -100,7 +100,7 @@ void WriteEval(std::ostream &out, const std::vector<SessionReport> &sessions)
         << "PREC" << std::setw(7) << "REC" << std::setw(7) << "F1" << std::setw(9) << "MAIN\n";
     EvalResult total;
     auto row = [&out](const std::string &name, const EvalResult &e) {
-        out << "  " << std::left << std::setw(46) << Fit(name, 45) << std::right << std::setw(6) << e.transactions
+        out << "  " << Fit(name, 45) << ' ' << std::right << std::setw(6) << e.transactions
             << std::setw(6) << e.truePages << std::setw(7) << e.reportedPages << std::setw(5) << e.webPages
             << std::setw(5) << e.countedPages << std::setw(7) << Fixed(e.Precision(), 3) << std::setw(7)
             << Fixed(e.Recall(), 3) << std::setw(7) << Fixed(e.F1(), 3) << std::setw(8)
@@ -133,7 +133,7 @@ void WriteEval(std::ostream &out, const std::vector<SessionReport> &sessions)
 void WriteText(std::ostream &out, const std::vector<SessionReport> &sessions, const ReportOptions &options)
 {
     for (const SessionReport &s : sessions) {
-        out << "== " << s.trace->file << " (" << (s.trace->format.empty() ? "?" : s.trace->format) << ")\n";
+        out << "== " << Printable(s.trace->file) << " (" << (s.trace->format.empty() ? "?" : s.trace->format) << ")\n";
         if (!s.trace->fatal.empty()) {
             out << "  not replayed: " << s.trace->fatal << "\n\n";
             continue;
