@@ -103,6 +103,13 @@ std::string PageUrl(const std::string &host, const std::string &uri)
 
 // "text/html; charset=utf-8" -> "html": the column is narrow, the tooltip
 // has the whole type.
+// "page 3", "black", "none (rc 4)"
+std::string JoinedText(const EventOutcome &o)
+{
+    const std::string label = PageLabel(o);
+    return o.fed && !o.black && o.rc == WEBPAGE_OK ? "page " + label : label;
+}
+
 std::string ShortType(const std::string &type)
 {
     std::string t = type.substr(0, type.find(';'));
@@ -894,7 +901,7 @@ void SessionView::WriteRow(std::ostream &out, const Row &row, const Section &sec
         cls += " s4";
     }
     if (reqOut != nullptr) {
-        tip += "\nrequest: " + PageLabel(*reqOut);
+        tip += "\nrequest joined " + JoinedText(*reqOut);
         if (reqOut->black) {
             cls += " bl";
             badges += "<em class=\"bl\">black-listed</em>";
@@ -904,7 +911,7 @@ void SessionView::WriteRow(std::ostream &out, const Row &row, const Section &sec
         }
     }
     if (rspOut != nullptr) {
-        tip += "\nresponse: " + PageLabel(*rspOut);
+        tip += "\nresponse joined " + JoinedText(*rspOut);
         const uint64_t askedBy = reqOut != nullptr ? reqOut->pageId : page;
         if (rspOut->pageId != askedBy) {
             cls += " xp";
