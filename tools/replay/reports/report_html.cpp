@@ -169,7 +169,10 @@ a.pl.ok{background:#dff0d8} a.pl.fail{background:#f8d7d4} a.pl.na{background:#e6
 table.pages{border-collapse:collapse;margin:6px 0 12px;background:#fff;font-size:12px}
 table.pages th,table.pages td{border:1px solid #ddd;padding:1px 6px;text-align:right;white-space:nowrap}
 table.pages th{background:#eee} table.pages .l{text-align:left}
-table.pages td.u{max-width:380px;overflow:hidden;text-overflow:ellipsis}
+table.pages td.u{max-width:300px;overflow:hidden;text-overflow:ellipsis}
+.when{position:relative;width:150px;height:10px;background:#f0f0f0}
+.when i{position:absolute;top:1px;height:8px;min-width:2px;background:#888}
+.when i.ok{background:#3f9e44} .when i.fail{background:#d23}
 .legend{margin:4px 0 10px;color:#333;font-size:12px;line-height:20px}
 .sw{display:inline-block;width:14px;height:9px;vertical-align:middle;margin:0 3px 0 8px;border-radius:2px}
 .ln{display:inline-block;width:0;height:12px;vertical-align:middle;margin:0 3px 0 8px;border-left:2px solid}
@@ -333,6 +336,7 @@ private:
     std::map<uint64_t, size_t> sectionOf_;
     std::unordered_map<std::string, std::vector<int>> byUrl_;  // UrlKey -> transactions, time order
     std::map<int, int> redirectFrom_;                         // target -> the 3xx it follows
+    uint64_t sessionBegin_ = ~0ull, sessionEnd_ = 0;          // of all transactions
 };
 
 void SessionView::Prepare()
@@ -398,6 +402,8 @@ void SessionView::Prepare()
     std::vector<int> pageless;
     for (size_t i = 0; i < t_.transactions.size(); ++i) {
         const Transaction &tx = t_.transactions[i];
+        sessionBegin_ = std::min(sessionBegin_, tx.begin);
+        sessionEnd_ = std::max(sessionEnd_, tx.end);
         const uint64_t page = PageOf(tx);
         if (page == 0) {
             pageless.push_back(static_cast<int>(i));
@@ -520,12 +526,14 @@ int SessionView::RedirectTarget(int i) const
     if (it == byUrl_.end()) {
         return -1;
     }
-    for (int j : it->second) {
-        if (j != i && t_.transactions[static_cast<size_t>(j)].begin >= tx.begin) {
-            return j;
-        }
+    const std::vector<int> &same = it->second;
+    auto j = std::lower_bound(same.begin(), same.end(), tx.begin, [this](int k, uint64_t at) {
+        return t_.transactions[static_cast<size_t>(k)].begin < at;
+    });
+    while (j != same.end() && *j == i) {
+        ++j;
     }
-    return -1;
+    return j == same.end() ? -1 : *j;
 }
 
 // The look-up the library's page delay starts from: the latest of the
@@ -681,7 +689,8 @@ void SessionView::WritePageTable(std::ostream &out) const
 {
     out << "<table class=\"pages\"><tr><th>page</th><th>type</th><th>req</th><th>rsp</th><th>result</th>"
            "<th>cause</th><th>delay ms</th><th>DNS ms</th><th>closed at s</th><th class=\"l\">recording's page</th>"
-           "<th class=\"l\">first request</th></tr>\n";
+           "<th class=\"l\">first request</th><th class=\"l\">when, in the session</th></tr>\n";
+    const double span = std::max(1.0, static_cast<double>(sessionEnd_ > sessionBegin_ ? sessionEnd_ - sessionBegin_ : 0));
     for (size_t k = 0; k < pages_.size(); ++k) {
         const PageResult &p = pages_[k];
         out << "<tr><td><a href=\"#" << Anchor(p.id) << "\">" << p.id << "</a></td><td>" << KindName(p.kind)
@@ -699,7 +708,18 @@ void SessionView::WritePageTable(std::ostream &out) const
         const std::string recorded = RecordedText(sections_[k], false, &rec);
         const std::string first = PageUrl(p.host, p.uri);
         out << "<td class=\"l\">" << recorded << "</td><td class=\"l u\" title=\"" << Escape(Cut(first, kMaxUrlTip))
-            << "\">" << Escape(Cut(first, kMaxUrlShown)) << "</td></tr>\n";
+            << "\">" << Escape(Cut(first, kMaxUrlShown)) << "</td>";
+        // Where the page lies on the session's clock: overlaps and gaps at a glance.
+        const Section &sec = sections_[k];
+        if (!sec.txs.empty() && sec.begin >= sessionBegin_) {
+            const double from = static_cast<double>(sec.begin - sessionBegin_) / span;
+            const double to = static_cast<double>(std::max(sec.end, sec.begin) - sessionBegin_) / span;
+            out << "<td class=\"l\"><div class=\"when\"><i class=\"" << ResultClass(p) << "\" style=\"left:"
+                << Num(100 * from, 2) << "%;width:" << Num(100 * (to - from), 2) << "%\"></i></div></td>";
+        } else {
+            out << "<td></td>";
+        }
+        out << "</tr>\n";
     }
     out << "</table>\n";
 }
