@@ -143,7 +143,9 @@ TEST(HtmlReport, PhasesOfAnotherReaderAreDrawnUnderTheirOwnName)
     tx.phases = {{"syn", tx.begin, tx.begin + 5 * kNsPerMs}, {"wait", tx.begin + 5 * kNsPerMs, tx.end}};
     const std::string doc = Render(std::move(sessions));
     const std::string row = RowWith(doc, "b.example/<");
-    EXPECT_NE(row.find("<i style=\"background:hsl("), std::string::npos) << row;
+    const size_t syn = row.find("<i style=\"background:hsl(");
+    ASSERT_NE(syn, std::string::npos) << row;
+    EXPECT_EQ(row.find(");left:", syn), row.find(')', syn)) << "placed on the axis: " << row;
     EXPECT_NE(row.find("phases: syn 5.0 wait"), std::string::npos) << row;
     EXPECT_NE(doc.find("</i>syn<i"), std::string::npos) << "named in the legend";
 }

@@ -29,47 +29,53 @@ constexpr size_t kMaxRowsPerPage = 300;
 constexpr size_t kMaxLooseRows = 200;     // page-less transactions outside every drawn page
 constexpr size_t kMaxUrlShown = 150;      // bytes of a URL in a row's label
 constexpr size_t kMaxUrlTip = 400;        // ... and in its tooltip
+constexpr size_t kMaxTip = 1200;          // a row's whole tooltip
+constexpr size_t kMaxPhases = 12;         // drawn per row
 constexpr size_t kOpenSections = 12;      // drawn open; the others open with a click
 // The library starts a page's delay at the DNS look-up of its host when the
 // look-up began less than this before the page's first request.
 constexpr uint64_t kDnsLeadNs = 10 * kNsPerSec;
 
-std::string Escape(const std::string &s)
+// HTML-escaped, and no more than max bytes of it: a longer text is cut at
+// a character boundary and ends in an ellipsis. Cutting after escaping is
+// what bounds a row's size, whatever the URL holds.
+std::string Escape(const std::string &s, size_t max = std::string::npos)
 {
     std::string out;
-    out.reserve(s.size());
+    size_t whole = 0;  // out's size where the current character began
     for (char c : s) {
+        if ((static_cast<unsigned char>(c) & 0xC0) != 0x80) {
+            whole = out.size();
+        }
+        const char *piece = nullptr;
         switch (c) {
         case '&':
-            out += "&amp;";
+            piece = "&amp;";
             break;
         case '<':
-            out += "&lt;";
+            piece = "&lt;";
             break;
         case '>':
-            out += "&gt;";
+            piece = "&gt;";
             break;
         case '"':
-            out += "&quot;";
+            piece = "&quot;";
             break;
         default:
+            break;
+        }
+        const size_t size = piece != nullptr ? std::char_traits<char>::length(piece) : 1;
+        if (max != std::string::npos && out.size() + size > max) {
+            out.resize(whole);
+            return out + "\xE2\x80\xA6";
+        }
+        if (piece != nullptr) {
+            out += piece;
+        } else {
             out += c;
         }
     }
     return out;
-}
-
-// At most max bytes, never splitting a UTF-8 sequence.
-std::string Cut(const std::string &s, size_t max)
-{
-    if (s.size() <= max) {
-        return s;
-    }
-    size_t at = max;
-    while (at > 0 && (static_cast<unsigned char>(s[at]) & 0xC0) == 0x80) {
-        --at;
-    }
-    return s.substr(0, at) + "\xE2\x80\xA6";
 }
 
 std::string Num(double v, int digits)
@@ -262,6 +268,22 @@ std::string LocationKey(const std::string &location, const std::string &fromUrl)
     return {};
 }
 
+// A transaction's whole extent: its recorded phases may begin before the
+// request event (queueing, look-up, connecting).
+uint64_t StartOf(const Transaction &tx)
+{
+    return tx.phases.empty() ? tx.begin : std::min(tx.begin, tx.phases.front().begin);
+}
+
+uint64_t EndOf(const Transaction &tx)
+{
+    uint64_t end = tx.end;
+    for (const Phase &ph : tx.phases) {
+        end = std::max(end, ph.end);
+    }
+    return end;
+}
+
 struct PageStats {
     size_t reported = 0, counted = 0, succeeded = 0, failed = 0, open = 0;
     std::vector<uint64_t> delays;  // of reported pages, for the percentiles
@@ -285,7 +307,6 @@ private:
     struct Section {
         const PageResult *page = nullptr;  // null: transactions on no drawn page
         std::vector<int> txs;              // transactions, time order
-        std::vector<int> dns;              // look-ups that led to them
         uint64_t begin = 0, end = 0;       // of its transactions
     };
 
@@ -336,6 +357,7 @@ private:
     std::map<uint64_t, size_t> sectionOf_;
     std::unordered_map<std::string, std::vector<int>> byUrl_;  // UrlKey -> transactions, time order
     std::map<int, int> redirectFrom_;                         // target -> the 3xx it follows
+    std::unordered_map<int, std::vector<int>> dnsBefore_;     // transaction -> look-ups drawn before it
     uint64_t sessionBegin_ = ~0ull, sessionEnd_ = 0;          // of all transactions
 };
 
@@ -402,8 +424,8 @@ void SessionView::Prepare()
     std::vector<int> pageless;
     for (size_t i = 0; i < t_.transactions.size(); ++i) {
         const Transaction &tx = t_.transactions[i];
-        sessionBegin_ = std::min(sessionBegin_, tx.begin);
-        sessionEnd_ = std::max(sessionEnd_, tx.end);
+        sessionBegin_ = std::min(sessionBegin_, StartOf(tx));
+        sessionEnd_ = std::max(sessionEnd_, EndOf(tx));
         const uint64_t page = PageOf(tx);
         if (page == 0) {
             pageless.push_back(static_cast<int>(i));
@@ -415,21 +437,21 @@ void SessionView::Prepare()
         }
     }
     auto byBegin = [this](int a, int b) {
-        return t_.transactions[static_cast<size_t>(a)].begin < t_.transactions[static_cast<size_t>(b)].begin;
+        return StartOf(t_.transactions[static_cast<size_t>(a)]) < StartOf(t_.transactions[static_cast<size_t>(b)]);
     };
     for (Section &sec : sections_) {
         std::stable_sort(sec.txs.begin(), sec.txs.end(), byBegin);
         if (!sec.txs.empty()) {
-            sec.begin = t_.transactions[static_cast<size_t>(sec.txs.front())].begin;
+            sec.begin = StartOf(t_.transactions[static_cast<size_t>(sec.txs.front())]);
             for (int i : sec.txs) {
-                sec.end = std::max(sec.end, t_.transactions[static_cast<size_t>(i)].end);
+                sec.end = std::max(sec.end, EndOf(t_.transactions[static_cast<size_t>(i)]));
             }
         }
     }
     // A black-listed or refused request is drawn with the page it happened
     // during (the latest begun), else with the loose ones.
     for (int i : pageless) {
-        const uint64_t at = t_.transactions[static_cast<size_t>(i)].begin;
+        const uint64_t at = StartOf(t_.transactions[static_cast<size_t>(i)]);
         Section *home = &loose;
         for (size_t k = 0; k + 1 < sections_.size(); ++k) {
             Section &sec = sections_[k];
@@ -443,13 +465,24 @@ void SessionView::Prepare()
         std::stable_sort(sec.txs.begin(), sec.txs.end(), byBegin);
     }
 
-    // A look-up is drawn with the first request to its host after it.
-    std::unordered_map<std::string, std::vector<std::pair<uint64_t, size_t>>> requestsTo;  // host -> (begin, section)
-    for (size_t k = 0; k < sections_.size(); ++k) {
-        for (int i : sections_[k].txs) {
-            const TraceEvent *req = EventAt(t_.transactions[static_cast<size_t>(i)].request);
-            if (req != nullptr) {
-                requestsTo[ToLower(req->host)].push_back({req->begin, k});
+    // A look-up is drawn right before the first request to its host after
+    // it; the look-up a page's delay starts from also before the page's
+    // first request, even when an earlier page drew it already.
+    // A recording that timed its look-ups as phases says which request made each.
+    std::unordered_map<std::string, std::vector<std::pair<uint64_t, int>>> requestsTo;  // host -> (begin, tx)
+    std::map<std::pair<std::string, uint64_t>, int> lookedUpBy;                       // (host, begin) -> tx
+    for (const Section &sec : sections_) {
+        for (int i : sec.txs) {
+            const Transaction &tx = t_.transactions[static_cast<size_t>(i)];
+            const TraceEvent *req = EventAt(tx.request);
+            if (req == nullptr) {
+                continue;
+            }
+            requestsTo[ToLower(req->host)].push_back({req->begin, i});
+            for (const Phase &ph : tx.phases) {
+                if (ph.name == "dns") {
+                    lookedUpBy.emplace(std::make_pair(ToLower(req->host), ph.begin), i);
+                }
             }
         }
     }
@@ -459,29 +492,26 @@ void SessionView::Prepare()
     for (size_t d = 0; d < t_.dns.size(); ++d) {
         const DnsRecord &dns = t_.dns[d];
         auto it = requestsTo.find(ToLower(dns.host));
-        if (it == requestsTo.end()) {
+        if (dns.delayMs == 0 || it == requestsTo.end()) {
             continue;
         }
-        auto next = std::lower_bound(it->second.begin(), it->second.end(),
-                                     std::pair<uint64_t, size_t>{dns.begin, 0});
-        if (dns.delayMs != 0 && next != it->second.end() && next->first - dns.begin < kDnsLeadNs) {
-            sections_[next->second].dns.push_back(static_cast<int>(d));
+        auto phase = lookedUpBy.find({ToLower(dns.host), dns.begin});
+        auto next = std::lower_bound(it->second.begin(), it->second.end(), std::pair<uint64_t, int>{dns.begin, -1});
+        if (phase != lookedUpBy.end()) {
+            dnsBefore_[phase->second].push_back(static_cast<int>(d));
+        } else if (next != it->second.end() && next->first - dns.begin < kDnsLeadNs) {
+            dnsBefore_[next->second].push_back(static_cast<int>(d));
         }
     }
-
-    // The look-up a page's delay starts from belongs to that page too, even
-    // when an earlier page already drew it.
     for (size_t k = 0; k + 1 < sections_.size(); ++k) {
-        Section &sec = sections_[k];
-        const int dns = StartDns(*sec.page);
-        if (dns >= 0 && std::find(sec.dns.begin(), sec.dns.end(), dns) == sec.dns.end()) {
-            sec.dns.push_back(dns);
+        const int dns = StartDns(*sections_[k].page);
+        const TraceEvent *first = EventAt(sections_[k].page->firstEvent);
+        if (dns >= 0 && first != nullptr && first->transaction >= 0) {
+            std::vector<int> &before = dnsBefore_[first->transaction];
+            if (std::find(before.begin(), before.end(), dns) == before.end()) {
+                before.push_back(dns);
+            }
         }
-    }
-    for (Section &sec : sections_) {
-        std::stable_sort(sec.dns.begin(), sec.dns.end(), [this](int a, int b) {
-            return t_.dns[static_cast<size_t>(a)].begin < t_.dns[static_cast<size_t>(b)].begin;
-        });
     }
 
     // Redirect chains: a 3xx leads to the first later request for its Location.
@@ -527,8 +557,8 @@ int SessionView::RedirectTarget(int i) const
         return -1;
     }
     const std::vector<int> &same = it->second;
-    auto j = std::lower_bound(same.begin(), same.end(), tx.begin, [this](int k, uint64_t at) {
-        return t_.transactions[static_cast<size_t>(k)].begin < at;
+    auto j = std::lower_bound(same.begin(), same.end(), StartOf(tx), [this](int k, uint64_t at) {
+        return StartOf(t_.transactions[static_cast<size_t>(k)]) < at;
     });
     while (j != same.end() && *j == i) {
         ++j;
@@ -598,9 +628,9 @@ std::string SessionView::RecordedText(const Section &sec, bool titles, const Rec
         if (k == 0) {
             *main = rec;
         }
-        text += (k == 0 ? "" : ", ") + std::string("<b>") + Escape(Cut(order[k].second, 60)) + "</b>";
+        text += (k == 0 ? "" : ", ") + std::string("<b>") + Escape(order[k].second, 60) + "</b>";
         if (titles && rec != nullptr && !rec->title.empty()) {
-            text += " \xE2\x80\x9C" + Escape(Cut(rec->title, 80)) + "\xE2\x80\x9D";
+            text += " \xE2\x80\x9C" + Escape(rec->title, 80) + "\xE2\x80\x9D";
         }
         text += " (" + std::to_string(order[k].first) + " of " + std::to_string(sec.txs.size()) + " tx)";
     }
@@ -621,8 +651,24 @@ std::vector<SessionView::Row> SessionView::Order(const Section &sec, size_t limi
         }
     }
     std::vector<Row> rows;
-    size_t d = 0;
-    const size_t total = sec.txs.size() + sec.dns.size();
+    size_t total = 0;
+    for (int i : sec.txs) {
+        auto dns = dnsBefore_.find(i);
+        total += 1 + (dns == dnsBefore_.end() ? 0 : dns->second.size());
+    }
+    auto add = [&](int i, int depth) {
+        auto dns = dnsBefore_.find(i);
+        if (dns != dnsBefore_.end()) {
+            for (int d : dns->second) {
+                if (rows.size() < limit) {
+                    rows.push_back({true, d, depth});
+                }
+            }
+        }
+        if (rows.size() < limit) {
+            rows.push_back({false, i, depth});
+        }
+    };
     for (int i : sec.txs) {
         if (rows.size() >= limit) {
             break;
@@ -631,19 +677,12 @@ std::vector<SessionView::Row> SessionView::Order(const Section &sec, size_t limi
         if (from != redirectFrom_.end() && inSection.count(from->second) != 0) {
             continue;  // placed under its redirect
         }
-        const uint64_t begin = t_.transactions[static_cast<size_t>(i)].begin;
-        while (d < sec.dns.size() && t_.dns[static_cast<size_t>(sec.dns[d])].begin <= begin && rows.size() < limit) {
-            rows.push_back({true, sec.dns[d++], 0});
-        }
         int depth = 0;
-        for (int at = i; at >= 0 && rows.size() < limit && depth < 20; ++depth) {
-            rows.push_back({false, at, depth});
+        for (int at = i; at >= 0 && depth < 20; ++depth) {
+            add(at, depth);
             auto it = next.find(at);
             at = it == next.end() ? -1 : it->second;
         }
-    }
-    while (d < sec.dns.size() && rows.size() < limit) {
-        rows.push_back({true, sec.dns[d++], 0});
     }
     *left = total - std::min(total, rows.size());
     return rows;
@@ -707,8 +746,8 @@ void SessionView::WritePageTable(std::ostream &out) const
         const RecordedPage *rec = nullptr;
         const std::string recorded = RecordedText(sections_[k], false, &rec);
         const std::string first = PageUrl(p.host, p.uri);
-        out << "<td class=\"l\">" << recorded << "</td><td class=\"l u\" title=\"" << Escape(Cut(first, kMaxUrlTip))
-            << "\">" << Escape(Cut(first, kMaxUrlShown)) << "</td>";
+        out << "<td class=\"l\">" << recorded << "</td><td class=\"l u\" title=\"" << Escape(first, kMaxUrlTip)
+            << "\">" << Escape(first, kMaxUrlShown) << "</td>";
         // Where the page lies on the session's clock: overlaps and gaps at a glance.
         const Section &sec = sections_[k];
         if (!sec.txs.empty() && sec.begin >= sessionBegin_) {
@@ -778,7 +817,7 @@ void SessionView::WriteSection(std::ostream &out, const Section &sec, size_t lim
                 << " ms</b> \xC2\xB7 DNS " << p->kqi.uiDnsDelay << " ms";
         }
         out << " \xC2\xB7 " << p->requests << " req / " << p->responses << " rsp \xC2\xB7 "
-            << Escape(Cut(PageUrl(p->host, p->uri), 100));
+            << Escape(PageUrl(p->host, p->uri), 100);
     } else {
         out << "<b>On no drawn page</b> \xC2\xB7 " << sec.txs.size() << " transactions black-listed or on no page, "
             << "outside every drawn page";
@@ -798,8 +837,8 @@ void SessionView::WriteSection(std::ostream &out, const Section &sec, size_t lim
             t1 = std::max(t1, dns.begin + dns.delayMs * kNsPerMs);
         } else {
             const Transaction &tx = t_.transactions[static_cast<size_t>(row.index)];
-            t0 = std::min(t0, tx.begin);
-            t1 = std::max(t1, tx.end);
+            t0 = std::min(t0, StartOf(tx));
+            t1 = std::max(t1, EndOf(tx));
         }
     }
     struct Marker {
@@ -896,8 +935,8 @@ void SessionView::WriteRow(std::ostream &out, const Row &row, const Section &sec
     if (row.dns) {
         const DnsRecord &dns = t_.dns[static_cast<size_t>(row.index)];
         const uint64_t end = dns.begin + dns.delayMs * kNsPerMs;
-        out << "<div class=\"r dn\" title=\"DNS look-up of " << Escape(Cut(dns.host, kMaxUrlTip)) << ": "
-            << dns.delayMs << " ms\"><div class=\"n\">DNS " << Escape(Cut(dns.host, kMaxUrlShown))
+        out << "<div class=\"r dn\" title=\"DNS look-up of " << Escape(dns.host, kMaxUrlTip) << ": "
+            << dns.delayMs << " ms\"><div class=\"n\"" << (row.depth > 0 ? " style=\"padding-left:" + std::to_string(12 * row.depth + 4) + "px\"" : "") << ">DNS " << Escape(dns.host, kMaxUrlShown)
             << "</div><div class=\"c\">DNS</div><div></div><div></div><div class=\"c\">" << dns.delayMs
             << "</div><div class=\"t\"><i style=\"left:" << pos(dns.begin) << "%;width:" << width(dns.begin, end)
             << "%\"></i></div></div>\n";
@@ -914,7 +953,7 @@ void SessionView::WriteRow(std::ostream &out, const Row &row, const Section &sec
 
     std::string cls = "r";
     std::string badges;
-    std::string tip = tx.method + " " + Cut(tx.url, kMaxUrlTip) + " [" + tx.origin + "]";
+    std::string tip = tx.method.substr(0, 10) + " " + tx.url.substr(0, kMaxUrlTip) + " [" + tx.origin + "]";
     if (status >= 300 && status < 400) {
         cls += " s3";
     } else if (status >= 400) {
@@ -944,10 +983,10 @@ void SessionView::WriteRow(std::ostream &out, const Row &row, const Section &sec
         badges += "<em class=\"ev\">no answer</em>";
     }
     if (any != nullptr && !any->contentType.empty()) {
-        tip += "\nContent-Type: " + Cut(any->contentType, kMaxUrlTip);
+        tip += "\nContent-Type: " + any->contentType.substr(0, kMaxUrlTip);
     }
     if (any != nullptr && !any->location.empty()) {
-        tip += "\nLocation: " + Cut(any->location, kMaxUrlTip);
+        tip += "\nLocation: " + any->location.substr(0, kMaxUrlTip);
     }
     if (!tx.truePage.empty()) {
         tip += "\nrecording's page: " + tx.truePage;
@@ -1001,7 +1040,7 @@ void SessionView::WriteRow(std::ostream &out, const Row &row, const Section &sec
         cls += " rt";
         auto from = redirectFrom_.find(row.index);
         if (from != redirectFrom_.end()) {
-            tip += "\nredirected from " + Cut(t_.transactions[static_cast<size_t>(from->second)].url, kMaxUrlTip);
+            tip += "\nredirected from " + t_.transactions[static_cast<size_t>(from->second)].url.substr(0, kMaxUrlTip);
         }
     }
     // In a redirect chain the scheme often is what changed.
@@ -1009,16 +1048,18 @@ void SessionView::WriteRow(std::ostream &out, const Row &row, const Section &sec
     if (req != nullptr && (row.depth > 0 || (status >= 300 && status < 400))) {
         scheme = req->serverPort == 443 ? "https://" : req->serverPort == 80 ? "http://" : "";
     }
-    label += badges + "<b>" + Escape(Cut(tx.method, 10)) + "</b> " + scheme + Escape(Cut(tx.url, kMaxUrlShown));
+    label += badges + "<b>" + Escape(tx.method, 10) + "</b> " + scheme + Escape(tx.url, kMaxUrlShown);
 
-    out << "<div class=\"" << cls << "\" title=\"" << Escape(tip) << "\"><div class=\"n\">" << label
+    out << "<div class=\"" << cls << "\" title=\"" << Escape(tip, kMaxTip) << "\"><div class=\"n\">" << label
         << "</div><div class=\"c st\">" << (status != 0 ? std::to_string(status) : "-") << "</div><div>"
-        << Escape(Cut(ShortType(any != nullptr ? any->contentType : std::string()), 40)) << "</div><div class=\"c\">"
-        << Bytes(tx.bodySize) << "</div><div class=\"c\">" << Ms(tx.end - tx.begin) << "</div><div class=\"t\">";
-    for (const Phase &ph : phases) {
+        << Escape(ShortType(any != nullptr ? any->contentType : std::string()), 40) << "</div><div class=\"c\">"
+        << Bytes(tx.bodySize) << "</div><div class=\"c\">" << Ms(EndOf(tx) - StartOf(tx)) << "</div><div class=\"t\">";
+    for (size_t k = 0; k < phases.size() && k < kMaxPhases; ++k) {
+        const Phase &ph = phases[k];
         const int known = PhaseClass(ph.name);
-        out << "<i " << (known >= 0 ? "class=\"p" + std::to_string(known) + "\"" : "style=\"background:" + PhaseColour(ph.name) + "\"")
-            << " style=\"left:" << pos(ph.begin) << "%;width:" << width(ph.begin, ph.end) << "%\"></i>";
+        out << "<i " << (known >= 0 ? "class=\"p" + std::to_string(known) + "\" style=\""
+                                    : "style=\"background:" + PhaseColour(ph.name) + ";")
+            << "left:" << pos(ph.begin) << "%;width:" << width(ph.begin, ph.end) << "%\"></i>";
     }
     out << "</div></div>\n";
 }
@@ -1040,7 +1081,7 @@ void WriteLegend(std::ostream &out, const std::vector<SessionReport> &sessions)
         out << "<i class=\"sw\" style=\"background:" << ph.colour << "\"></i>" << ph.name;
     }
     for (const std::string &name : extra) {
-        out << "<i class=\"sw\" style=\"background:" << PhaseColour(name) << "\"></i>" << Escape(name);
+        out << "<i class=\"sw\" style=\"background:" << PhaseColour(name) << "\"></i>" << Escape(name, 40);
     }
     out << "<i class=\"sw\" style=\"background:#17998c;opacity:.55\"></i>DNS look-up (own row)<br>Markers:"
         << "<i class=\"ln\" style=\"border-color:" << kMarkDelay << "\"></i>page delay end"
