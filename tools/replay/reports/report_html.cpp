@@ -604,11 +604,18 @@ uint64_t SessionView::PageStart(const PageResult &p) const
 // The recording's pages among a section's transactions, most used first.
 std::string SessionView::RecordedText(const Section &sec, bool titles, const RecordedPage **main) const
 {
+    // Only the page's own transactions: page-less ones drawn beside them say
+    // nothing about it.
     std::map<std::string, size_t> count;
+    size_t own = 0;
     for (int i : sec.txs) {
-        const std::string &label = t_.transactions[static_cast<size_t>(i)].truePage;
-        if (!label.empty()) {
-            ++count[label];
+        const Transaction &tx = t_.transactions[static_cast<size_t>(i)];
+        if (sec.page == nullptr || PageOf(tx) != sec.page->id) {
+            continue;
+        }
+        ++own;
+        if (!tx.truePage.empty()) {
+            ++count[tx.truePage];
         }
     }
     std::vector<std::pair<size_t, std::string>> order;
@@ -632,7 +639,7 @@ std::string SessionView::RecordedText(const Section &sec, bool titles, const Rec
         if (titles && rec != nullptr && !rec->title.empty()) {
             text += " \xE2\x80\x9C" + Escape(rec->title, 80) + "\xE2\x80\x9D";
         }
-        text += " (" + std::to_string(order[k].first) + " of " + std::to_string(sec.txs.size()) + " tx)";
+        text += " (" + std::to_string(order[k].first) + " of " + std::to_string(own) + " tx)";
     }
     if (order.size() > 4) {
         text += ", " + std::to_string(order.size() - 4) + " more";
