@@ -292,7 +292,7 @@ struct PageStats {
 // What the report knows about one session before it writes it.
 class SessionView {
 public:
-    SessionView(const SessionReport &s, size_t index) : s_(s), t_(*s.trace), r_(s.result), index_(index) {}
+    SessionView(const SessionReport &s, size_t index) : t_(*s.trace), r_(s.result), index_(index) {}
 
     void Prepare();
     void WriteIndexEntry(std::ostream &out) const;
@@ -346,7 +346,6 @@ private:
     void WriteSection(std::ostream &out, const Section &sec, size_t rows, bool open);
     void WriteRow(std::ostream &out, const Row &row, const Section &sec, uint64_t t0, double spanMs);
 
-    const SessionReport &s_;
     const Trace &t_;
     const SessionResult &r_;
     size_t index_;
@@ -833,9 +832,8 @@ void SessionView::WriteSection(std::ostream &out, const Section &sec, size_t lim
 
     // The axis covers the rows; the page's own markers join it unless they
     // lie far beyond (a page kept open until its quiet time ran out).
-    std::vector<Row> rows;
     size_t left = 0;
-    rows = Order(sec, limit, &left);
+    const std::vector<Row> rows = Order(sec, limit, &left);
     uint64_t t0 = ~0ull, t1 = 0;
     for (const Row &row : rows) {
         if (row.dns) {
