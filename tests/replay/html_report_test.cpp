@@ -151,6 +151,20 @@ TEST(HtmlReport, PhasesOfAnotherReaderAreDrawnUnderTheirOwnName)
     EXPECT_NE(doc.find("</i>syn<i"), std::string::npos) << "named in the legend";
 }
 
+TEST(HtmlReport, AResponseOnAnotherPageThanItsRequestStandsOut)
+{
+    std::vector<SessionReport> sessions;
+    sessions.push_back(ReplayedHar(kTwoVisits));
+    const Transaction &script = sessions[0].trace->transactions[2];
+    ASSERT_EQ(script.url, "a.example/app.js");
+    sessions[0].result.outcomes[static_cast<size_t>(script.response)].pageId = 2;
+    const std::string doc = Render(std::move(sessions));
+    const std::string row = RowWith(doc, "a.example/app.js");
+    EXPECT_EQ(row.rfind("<div class=\"r xp\"", 0), 0u) << row;
+    EXPECT_NE(row.find("<em class=\"xp\">rsp \xE2\x86\x92 p2</em>"), std::string::npos) << row;
+    EXPECT_NE(row.find("response joined page 2"), std::string::npos) << row;
+}
+
 // A long trace of generated browsing, kept in memory as --html keeps it.
 SessionReport LongSession(size_t events)
 {
