@@ -6,7 +6,6 @@
 // Long sessions are summarised: the file's size has a bound whatever the
 // trace's length.
 #include <algorithm>
-#include <cmath>
 #include <cstdio>
 #include <iterator>
 #include <map>
@@ -35,6 +34,8 @@ constexpr size_t kOpenSections = 12;      // drawn open; the others open with a 
 // The library starts a page's delay at the DNS look-up of its host when the
 // look-up began less than this before the page's first request.
 constexpr uint64_t kDnsLeadNs = 10 * kNsPerSec;
+// A SYN longer ago than this is an old connection's, not this request's wait.
+constexpr uint64_t kHandshakeMaxNs = 10 * kNsPerSec;
 
 // HTML-escaped, and no more than max bytes of it: a longer text is cut at
 // a character boundary and ends in an ellipsis. Cutting after escaping is
@@ -358,6 +359,7 @@ private:
     std::map<int, int> redirectFrom_;                         // target -> the 3xx it follows
     std::unordered_map<int, std::vector<int>> dnsBefore_;     // transaction -> look-ups drawn before it
     uint64_t sessionBegin_ = ~0ull, sessionEnd_ = 0;          // of all transactions
+    std::set<int> opensConnection_;                           // drawn with a connect phase from the SYN
 };
 
 void SessionView::Prepare()
@@ -464,10 +466,31 @@ void SessionView::Prepare()
         std::stable_sort(sec.txs.begin(), sec.txs.end(), byBegin);
     }
 
+    // Without recorded phases, the first request on a connection (flow and
+    // SYN time) shows the handshake: SYN to request.
+    std::unordered_map<std::string, int> firstOn;
+    for (const Section &sec : sections_) {
+        for (int i : sec.txs) {
+            const Transaction &tx = t_.transactions[static_cast<size_t>(i)];
+            const TraceEvent *req = EventAt(tx.request);
+            if (tx.phases.empty() && req != nullptr && req->syn != 0 && req->syn < req->begin &&
+                req->begin - req->syn < kHandshakeMaxNs) {
+                auto made = firstOn.emplace(req->flow + "#" + std::to_string(req->syn), i);
+                if (!made.second && EventAt(t_.transactions[static_cast<size_t>(made.first->second)].request)->begin >
+                                        req->begin) {
+                    made.first->second = i;
+                }
+            }
+        }
+    }
+    for (const auto &entry : firstOn) {
+        opensConnection_.insert(entry.second);
+    }
+
     // A look-up is drawn right before the first request to its host after
     // it; the look-up a page's delay starts from also before the page's
-    // first request, even when an earlier page drew it already.
-    // A recording that timed its look-ups as phases says which request made each.
+    // first request, even when an earlier page drew it already. A recording
+    // that timed its look-ups as phases says which request made each.
     std::unordered_map<std::string, std::vector<std::pair<uint64_t, int>>> requestsTo;  // host -> (begin, tx)
     std::map<std::pair<std::string, uint64_t>, int> lookedUpBy;                       // (host, begin) -> tx
     for (const Section &sec : sections_) {
@@ -1011,15 +1034,8 @@ void SessionView::WriteRow(std::ostream &out, const Row &row, const Section &sec
     bool derived = false;
     if (phases.empty() && req != nullptr) {
         derived = true;
-        if (req->syn != 0 && req->syn < req->begin && req->begin - req->syn < kDnsLeadNs) {
-            const auto prior = std::find_if(sec.txs.begin(), sec.txs.end(), [&](int j) {
-                const TraceEvent *other = EventAt(t_.transactions[static_cast<size_t>(j)].request);
-                return j != row.index && other != nullptr && other->flow == req->flow && other->syn == req->syn &&
-                       other->begin < req->begin;
-            });
-            if (prior == sec.txs.end()) {
-                phases.push_back({"connect", req->syn, req->begin});
-            }
+        if (opensConnection_.count(row.index) != 0) {
+            phases.push_back({"connect", req->syn, req->begin});
         }
         phases.push_back({"send", req->begin, std::max(req->end, req->begin)});
         if (rsp != nullptr) {
