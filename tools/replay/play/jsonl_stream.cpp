@@ -123,6 +123,9 @@ SessionReport StreamJsonl(const std::string &file, std::istream &in, const Sessi
         if (parsed.kind == JsonlLine::Kind::kDns) {
             step.dns = true;
             step.time = parsed.dns.begin;
+            if (options.keepEvents) {
+                trace.dns.push_back(parsed.dns);  // the waterfall draws the look-ups
+            }
             step.dnsRecord = std::move(parsed.dns);
         } else {
             contract.Event(parsed.event);

@@ -1,0 +1,232 @@
+// The HTML waterfall: its structure for a small recording, its size for a
+// long one.
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "../browsing_stream.hpp"
+#include "jsonl_reader.hpp"
+#include "report.hpp"
+
+namespace replay {
+namespace {
+
+// Two visits a minute apart. The first: http redirected to https, the page,
+// a script, a black-listed counter and a missing image; the second: a page
+// and its style sheet.
+constexpr const char *kTwoVisits = R"({"log":{"version":"1.2",
+ "pages":[{"id":"visit_a","title":"A home","startedDateTime":"2024-05-01T10:00:00.000Z",
+           "pageTimings":{"onContentLoad":300,"onLoad":420}},
+          {"id":"visit_b","title":"B home","startedDateTime":"2024-05-01T10:01:00.000Z",
+           "pageTimings":{"onLoad":200}}],
+ "entries":[
+ {"pageref":"visit_a","startedDateTime":"2024-05-01T10:00:00.000Z",
+  "request":{"method":"GET","url":"http://a.example/","headers":[]},
+  "response":{"status":301,"headers":[{"name":"Location","value":"https://a.example/home"}],
+              "content":{"size":0,"mimeType":"text/html"}},
+  "timings":{"blocked":1,"dns":20,"connect":30,"send":1,"wait":40,"receive":2}},
+ {"pageref":"visit_a","startedDateTime":"2024-05-01T10:00:00.100Z",
+  "request":{"method":"GET","url":"https://a.example/home","headers":[]},
+  "response":{"status":200,"headers":[],"content":{"size":20000,"mimeType":"text/html"}},
+  "timings":{"blocked":0,"dns":0,"connect":30,"ssl":20,"send":1,"wait":80,"receive":30}},
+ {"pageref":"visit_a","startedDateTime":"2024-05-01T10:00:00.260Z",
+  "request":{"method":"GET","url":"https://a.example/app.js",
+             "headers":[{"name":"Referer","value":"https://a.example/home"}]},
+  "response":{"status":200,"headers":[],"content":{"size":5000,"mimeType":"application/javascript"}},
+  "timings":{"send":1,"wait":30,"receive":10}},
+ {"pageref":"visit_a","startedDateTime":"2024-05-01T10:00:00.280Z",
+  "request":{"method":"GET","url":"https://metrics.statistic.example/c?p=home",
+             "headers":[{"name":"Referer","value":"https://a.example/home"}]},
+  "response":{"status":204,"headers":[],"content":{"size":0,"mimeType":"text/plain"}},
+  "timings":{"dns":15,"connect":20,"send":1,"wait":20,"receive":1}},
+ {"pageref":"visit_a","startedDateTime":"2024-05-01T10:00:00.300Z",
+  "request":{"method":"GET","url":"https://a.example/missing.png",
+             "headers":[{"name":"Referer","value":"https://a.example/home"}]},
+  "response":{"status":404,"headers":[],"content":{"size":100,"mimeType":"text/html"}},
+  "timings":{"send":1,"wait":25,"receive":1}},
+ {"pageref":"visit_b","startedDateTime":"2024-05-01T10:01:00.000Z",
+  "request":{"method":"GET","url":"https://b.example/","headers":[]},
+  "response":{"status":200,"headers":[],"content":{"size":9000,"mimeType":"text/html"}},
+  "timings":{"dns":12,"connect":25,"ssl":25,"send":1,"wait":60,"receive":15}},
+ {"pageref":"visit_b","startedDateTime":"2024-05-01T10:01:00.150Z",
+  "request":{"method":"GET","url":"https://b.example/style.css",
+             "headers":[{"name":"Referer","value":"https://b.example/"}]},
+  "response":{"status":200,"headers":[],"content":{"size":3000,"mimeType":"text/css"}},
+  "timings":{"send":1,"wait":20,"receive":5}}]}})";
+
+size_t Count(const std::string &doc, const std::string &what)
+{
+    size_t n = 0;
+    for (size_t at = doc.find(what); at != std::string::npos; at = doc.find(what, at + 1)) {
+        ++n;
+    }
+    return n;
+}
+
+// The waterfall row (its opening tag up to the row's end) whose label shows text.
+std::string RowWith(const std::string &doc, const std::string &text)
+{
+    const size_t at = doc.find(text);
+    if (at == std::string::npos) {
+        return {};
+    }
+    const size_t begin = doc.rfind("<div class=\"r", at);
+    return doc.substr(begin, doc.find("</div></div>\n", at) - begin);
+}
+
+std::string Render(std::vector<SessionReport> sessions)
+{
+    std::ostringstream out;
+    WriteHtml(out, sessions);
+    return out.str();
+}
+
+SessionReport ReplayedHar(const std::string &text)
+{
+    SessionReport s;
+    s.trace = std::make_unique<Trace>(ReadHar("two-visits.har", text, ReadOptions{}));
+    s.result = Replay(*s.trace, ReplayOptions{});
+    return s;
+}
+
+TEST(HtmlReport, TwoVisitsDrawOneSectionPerPageWithPhasesAndTheRedirectChain)
+{
+    std::vector<SessionReport> sessions;
+    sessions.push_back(ReplayedHar(kTwoVisits));
+    ASSERT_EQ(sessions[0].result.pages.size(), 2u) << "the library groups the two visits apart";
+    const std::string doc = Render(std::move(sessions));
+
+    // A section per page, each reachable from the index.
+    EXPECT_EQ(Count(doc, "<details class=\"pg\" id="), 2u);
+    for (const char *id : {"s0p1", "s0p2"}) {
+        EXPECT_EQ(Count(doc, std::string("id=\"") + id + "\""), 1u) << id;
+        EXPECT_GE(Count(doc, std::string("href=\"#") + id + "\""), 2u) << id << ": index and page table";
+    }
+    // Each on its own axis, with the recording's page and its onLoad beside
+    // it; the black-listed counter is drawn with the page but is not its own.
+    EXPECT_EQ(Count(doc, "<span class=\"tk\" style=\"left:0.000%;transform:none\">0 ms</span>"), 2u);
+    EXPECT_NE(doc.find("<b>visit_a</b> \xE2\x80\x9C" "A home\xE2\x80\x9D (4 of 4 tx)"), std::string::npos);
+    EXPECT_EQ(Count(doc, "</i>onLoad +"), 2u);
+    EXPECT_EQ(Count(doc, "</i>DOMContentLoaded +"), 1u);
+    EXPECT_EQ(Count(doc, "</i>page delay end +"), 2u);
+
+    // The redirect, and right under it, one step in, the request it led to.
+    const std::string redirect = RowWith(doc, "http://a.example/<");
+    EXPECT_EQ(redirect.rfind("<div class=\"r s3\"", 0), 0u) << redirect;
+    const size_t after = doc.find(redirect) + redirect.size();
+    const std::string next = doc.substr(after, doc.find("</div></div>\n", after + 14) - after);
+    EXPECT_NE(next.find("r rt"), std::string::npos) << next;
+    EXPECT_NE(next.find("\xE2\x86\xB3"), std::string::npos) << next;
+    EXPECT_NE(next.find("https://a.example/home<"), std::string::npos) << next;
+
+    // The recorded phases, each drawn; an error and a black-listed request
+    // stand out; the DNS look-ups have rows of their own.
+    const std::string page = RowWith(doc, "a.example/home<");
+    EXPECT_NE(page.find("phases: connect 10 tls 20 send 1.0 wait 80 receive 30 ms"), std::string::npos)
+        << page;
+    EXPECT_EQ(Count(page, "<i class=\"p"), 5u) << page;
+    EXPECT_NE(page.find(">20 kB<"), std::string::npos) << page;
+    EXPECT_EQ(RowWith(doc, "a.example/missing.png").rfind("<div class=\"r s4\"", 0), 0u);
+    EXPECT_NE(RowWith(doc, "metrics.statistic.example/c").find("<em class=\"bl\">black-listed</em>"),
+              std::string::npos);
+    EXPECT_NE(doc.find("<div class=\"n\">DNS a.example</div>"), std::string::npos);
+    EXPECT_NE(doc.find("<div class=\"n\">DNS b.example</div>"), std::string::npos);
+}
+
+TEST(HtmlReport, PhasesOfAnotherReaderAreDrawnUnderTheirOwnName)
+{
+    std::vector<SessionReport> sessions;
+    sessions.push_back(ReplayedHar(kTwoVisits));
+    Transaction &tx = sessions[0].trace->transactions[5];
+    tx.phases = {{"syn", tx.begin, tx.begin + 5 * kNsPerMs}, {"wait", tx.begin + 5 * kNsPerMs, tx.end}};
+    const std::string doc = Render(std::move(sessions));
+    const std::string row = RowWith(doc, "b.example/<");
+    const size_t syn = row.find("<i style=\"background:hsl(");
+    ASSERT_NE(syn, std::string::npos) << row;
+    EXPECT_EQ(row.find(");left:", syn), row.find(')', syn)) << "placed on the axis: " << row;
+    EXPECT_NE(row.find("phases: syn 5.0 wait"), std::string::npos) << row;
+    EXPECT_NE(doc.find("</i>syn<i"), std::string::npos) << "named in the legend";
+}
+
+TEST(HtmlReport, AResponseOnAnotherPageThanItsRequestStandsOut)
+{
+    std::vector<SessionReport> sessions;
+    sessions.push_back(ReplayedHar(kTwoVisits));
+    const Transaction &script = sessions[0].trace->transactions[2];
+    ASSERT_EQ(script.url, "a.example/app.js");
+    sessions[0].result.outcomes[static_cast<size_t>(script.response)].pageId = 2;
+    const std::string doc = Render(std::move(sessions));
+    const std::string row = RowWith(doc, "a.example/app.js");
+    EXPECT_EQ(row.rfind("<div class=\"r xp\"", 0), 0u) << row;
+    EXPECT_NE(row.find("<em class=\"xp\">rsp \xE2\x86\x92 p2</em>"), std::string::npos) << row;
+    EXPECT_NE(row.find("response joined page 2"), std::string::npos) << row;
+}
+
+// A long trace of generated browsing, kept in memory as --html keeps it.
+SessionReport LongSession(size_t events)
+{
+    SessionReport s;
+    s.trace = std::make_unique<Trace>();
+    Trace &trace = *s.trace;
+    trace.file = "long";
+    trace.format = "jsonl";
+    trace.events.reserve(events);
+    TransactionBook book;
+    orvane_stream::BrowsingStream stream(7);
+    std::vector<int> generation(orvane_stream::BrowsingStream::kFlows, 0);
+    auto text = [](const unsigned char *p, uint16_t n) {
+        return p == nullptr ? std::string() : std::string(reinterpret_cast<const char *>(p), n);
+    };
+    while (trace.events.size() < events) {
+        const orvane_stream::Step step = stream.Next();
+        if (step.timer) {
+            continue;  // the replay runs its own timer
+        }
+        generation[static_cast<size_t>(step.flow)] += step.newFlow ? 1 : 0;
+        const STWebPageEvent &raw = step.ev;
+        TraceEvent ev;
+        ev.kind = raw.usEventID == WEBPAGE_EVENT_REQUEST ? EventKind::kRequest : EventKind::kResponse;
+        ev.flow = std::to_string(step.flow) + "." + std::to_string(generation[static_cast<size_t>(step.flow)]);
+        ev.host = text(raw.pucHost, raw.usHostLen);
+        ev.uri = text(raw.pucURL, raw.usURLLen);
+        ev.referHost = text(raw.pucReferHost, raw.usReferHostLen);
+        ev.referPath = text(raw.pucReferURL, raw.usReferURLLen);
+        ev.location = text(raw.pucLocation, raw.usLocationLen);
+        ev.contentType = text(raw.pucContentType, raw.usContentTypeLen);
+        ev.method = raw.ucReqMethod;
+        ev.methodName = raw.ucReqMethod == kMethodPost ? "POST" : "GET";
+        ev.status = raw.usRspCode;
+        ev.begin = raw.ullMsgBeginTime;
+        ev.end = raw.ullMsgEndTime;
+        ev.syn = raw.ullFirTime;
+        ev.clientPort = raw.usClientPort;
+        ev.serverPort = raw.usServerPort;
+        ev.clientIp = raw.uiClientIp;
+        ev.serverIp = raw.uiServerIp;
+        ev.origin = "event " + std::to_string(trace.events.size());
+        book.Add(&trace, std::move(ev), "");
+    }
+    s.result = Replay(trace, ReplayOptions{});
+    return s;
+}
+
+TEST(HtmlReport, LongTraceIsSummarisedWithinTheStatedBound)
+{
+    std::vector<SessionReport> sessions;
+    sessions.push_back(LongSession(300000));
+    const size_t pages = sessions[0].result.pages.size();
+    ASSERT_GT(pages, 1000u);
+    const std::string doc = Render(std::move(sessions));
+
+    EXPECT_LT(doc.size(), 3000000u) << "README: about 1 MB for this trace";
+    EXPECT_EQ(Count(doc, "<details class=\"pg\" id="), 100u);
+    EXPECT_NE(doc.find("<b>Drawn: 100 of " + std::to_string(pages) + " pages</b>"), std::string::npos);
+    EXPECT_LE(Count(doc, "<div class=\"r"), 100u * (40 + 1) + 200 + 1) << "rows per section";
+    EXPECT_EQ(doc.compare(doc.size() - 15, 15, "</body></html>\n"), 0);
+}
+
+}  // namespace
+}  // namespace replay
