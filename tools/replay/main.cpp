@@ -5,9 +5,11 @@
 #include <fstream>
 #include <iostream>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
+#include "daemon_config.hpp"
 #include "report.hpp"
 #include "session.hpp"
 #include "trace.hpp"
@@ -43,6 +45,12 @@ options:
                     built-in 60 s)
   --keep-slash      hand URIs and referer paths over with their leading '/'
   --with-cache      also replay HAR entries the browser served from its cache
+  --config FILE     write this JSON configuration into the library's globals
+                    after set-up, as a daemon may (page timeout, threshold
+                    table, 407 rule, heartbeat host, black-listed host
+                    keywords, content types, flash and input keywords)
+  --jobs N          replay up to N files at once, on thread contexts 0 to N-1
+                    (1 to 16, default 1); the report is the same
   --sample          print the bundled sample session and exit
   -h, --help        this text
 
@@ -58,7 +66,29 @@ struct Options {
     bool printSample = false;
     std::string html;
     std::vector<std::string> files;
+    unsigned jobs = 1;
+    bool timeoutGiven = false;
 };
+
+// Returns an error text, empty on success.
+std::string ReadConfig(const std::string &path, DaemonConfig *config)
+{
+    std::ifstream in(path, std::ios::binary);
+    if (!in) {
+        return "--config: cannot open " + path;
+    }
+    std::ostringstream text;
+    text << in.rdbuf();
+    const std::string error = ParseDaemonConfig(text.str(), config);
+    return error.empty() ? error : "--config " + path + ": " + error;
+}
+
+unsigned ParseCount(const std::string &value, unsigned max)
+{
+    char *end = nullptr;
+    const long n = std::strtol(value.c_str(), &end, 10);
+    return value.empty() || *end != '\0' || n < 1 || n > static_cast<long>(max) ? 0 : static_cast<unsigned>(n);
+}
 
 bool ParseLevel(const std::string &text, uint32_t *level)
 {
@@ -145,9 +175,26 @@ std::string ParseArgs(int argc, char **argv, Options *o)
                 return "--timeout needs seconds from 0 to 65535";
             }
             o->session.replay.pageTimeOutSec = static_cast<uint16_t>(sec);
+            o->timeoutGiven = true;
+        } else if (arg == "--config") {
+            if (!takeValue() || value.empty()) {
+                return "--config needs a file name";
+            }
+            const std::string error = ReadConfig(value, &o->session.replay.config);
+            if (!error.empty()) {
+                return error;
+            }
+        } else if (arg == "--jobs") {
+            if (!takeValue() || (o->jobs = ParseCount(value, kMaxThreads)) == 0) {
+                return "--jobs needs a number from 1 to 16";
+            }
         } else {
             return "unknown option " + arg;
         }
+    }
+    // The configuration file's quiet time, unless --timeout says otherwise.
+    if (o->session.replay.config.pageTimeOutSec && !o->timeoutGiven) {
+        o->session.replay.pageTimeOutSec = *o->session.replay.config.pageTimeOutSec;
     }
     return {};
 }
@@ -188,9 +235,8 @@ int Run(int argc, char **argv)
     if (options.files.empty()) {
         replayed(ReplaySample(options.session, printIssue));
     }
-    for (const std::string &file : options.files) {
-        replayed(ReplayFile(file, options.session, printIssue));
-    }
+    ReplayFiles(options.files, options.session, options.jobs, printIssue,
+                [&](SessionReport &report) { replayed(std::move(report)); });
 
     if (options.json) {
         WriteJson(std::cout, sessions, options.report);

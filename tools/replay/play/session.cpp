@@ -4,6 +4,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "parallel.hpp"
 #include "session.hpp"
 #include "text_util.hpp"
 
@@ -114,6 +115,37 @@ SessionReport ReplayFile(const std::string &path, const SessionOptions &options,
         format = Format::kJsonl;
     }
     return ReplayStream(path, in, format, options, onIssue);
+}
+
+void ReplayFiles(const std::vector<std::string> &files, const SessionOptions &options, unsigned jobs,
+                 const IssueSink &onIssue, const std::function<void(SessionReport &)> &done)
+{
+    struct Slot {
+        SessionReport report;
+        std::vector<std::pair<std::string, Issue>> issues;
+    };
+    std::vector<Slot> slots(files.size());
+    const bool serial = jobs <= 1 || files.size() <= 1;
+    ParallelFor(
+        files.size(), jobs,
+        [&](size_t i, uint32_t thread) {
+            SessionOptions own = options;
+            own.replay.thread = thread;
+            Slot &slot = slots[i];
+            // A serial run tells of bad lines as it reads them; parallel
+            // runs hold them back until the file's turn comes.
+            const IssueSink keep = [&slot](const std::string &file, const Issue &issue) {
+                slot.issues.emplace_back(file, issue);
+            };
+            slot.report = ReplayFile(files[i], own, serial ? onIssue : keep);
+        },
+        [&](size_t i) {
+            for (const auto &issue : slots[i].issues) {
+                onIssue(issue.first, issue.second);
+            }
+            slots[i].issues.clear();
+            done(slots[i].report);
+        });
 }
 
 SessionReport ReplaySample(const SessionOptions &options, const IssueSink &onIssue)

@@ -40,6 +40,12 @@ constexpr size_t kReorderMaxLines = 8192;
 SessionReport ReplayFile(const std::string &path, const SessionOptions &options, const IssueSink &onIssue);
 SessionReport ReplaySample(const SessionOptions &options, const IssueSink &onIssue);
 
+// Replays files on up to `jobs` thread contexts at once (options.replay.thread
+// is ignored). onIssue and done see each file's messages and report in file
+// order, as a serial run would; done may move the report away.
+void ReplayFiles(const std::vector<std::string> &files, const SessionOptions &options, unsigned jobs,
+                 const IssueSink &onIssue, const std::function<void(SessionReport &)> &done);
+
 // Replays JSON Lines from in as they are read; head holds lines already
 // taken from in (to tell the format), replayed first.
 SessionReport StreamJsonl(const std::string &file, std::istream &in, const SessionOptions &options,
