@@ -226,6 +226,31 @@ TEST_F(Cli, ConfigurationFileChangesTheGrouping)
     }
 }
 
+TEST_F(Cli, MixesOfRecordings)
+{
+    const fs::path sample = Write("s.jsonl", Exec("--sample").out);
+    const fs::path svg = dir_ / "curve.svg";
+    const std::string twice = " '" + sample.string() + "' '" + sample.string() + "'";
+    const Outcome curve = Exec("--mix-curve --mix-svg '" + svg.string() + "'" + twice);
+    ASSERT_EQ(curve.status, 0) << curve.err;
+    EXPECT_NE(curve.out.find("apart"), std::string::npos) << curve.out;
+    const std::string plot = Slurp(svg);
+    EXPECT_EQ(plot.rfind("<svg xmlns=", 0), 0u);
+    EXPECT_EQ(plot.find("href"), std::string::npos) << "self-contained";
+
+    const Outcome one = Exec("--mix 0.5 --seed 9 --eval --json" + twice);
+    ASSERT_EQ(one.status, 0) << one.err;
+    EXPECT_EQ(Exec("--mix 0.5 --seed 9 --eval --json" + twice).out, one.out);
+    const nlohmann::json j = nlohmann::json::parse(one.out);
+    ASSERT_EQ(j["sessions"].size(), 1u);
+    EXPECT_EQ(j["sessions"][0]["format"], "mix");
+    EXPECT_GT(j["sessions"][0]["eval"]["background"].get<int>(), 0);
+
+    for (const char *bad : {"--mix 0.5", "--mix 2 x.har", "--mix-svg a.svg x.har", "--seed -1 x.har"}) {
+        EXPECT_EQ(Exec(bad).status, 2) << bad;
+    }
+}
+
 TEST_F(Cli, RealRecordingsEvaluate)
 {
     const fs::path shared = fs::path(ORVANE_SHARED_DIR) / "har";

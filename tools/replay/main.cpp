@@ -9,8 +9,13 @@
 #include <string>
 #include <vector>
 
+#include <nlohmann/json.hpp>
+
 #include "daemon_config.hpp"
+#include "mix.hpp"
+#include "mix_curve.hpp"
 #include "report.hpp"
+#include "report_mix.hpp"
 #include "session.hpp"
 #include "trace.hpp"
 
@@ -51,12 +56,23 @@ options:
                     keywords, content types, flash and input keywords)
   --jobs N          replay up to N files at once, on thread contexts 0 to N-1
                     (1 to 16, default 1); the report is the same
+  --mix OVERLAP     replay one session mixed from the labelled pages of every
+                    FILE instead of each FILE: shifted onto one clock, a share
+                    OVERLAP (0 to 1) of pages opened 0.5-5 s after the previous
+                    page's start, the rest 0.5-5 s after every earlier page
+                    ended, with background traffic; flows kept apart, labels
+                    "file#page"
+  --mix-curve       score mixes of the FILEs at overlap 0, 0.25, 0.5, 0.75 and
+                    1 (3 seeds each) against each FILE alone, print the table
+  --mix-svg FILE    with --mix-curve: also plot it as a self-contained SVG
+  --seed N          the mixes' seed (default 1): the same seed, the same mix
+  --background N    background transactions per minute in mixes (default 6)
   --sample          print the bundled sample session and exit
   -h, --help        this text
 
 exit status: 0 all input replayed; 1 a file or some entries could not be
-read (the rest is still replayed and reported); 2 bad options; 3 the HTML
-file could not be written.
+read (the rest is still replayed and reported); 2 bad options; 3 an output
+file (HTML, SVG, configuration) could not be written.
 )";
 
 struct Options {
@@ -68,7 +84,17 @@ struct Options {
     std::vector<std::string> files;
     unsigned jobs = 1;
     bool timeoutGiven = false;
+    bool mix = false, mixCurve = false;
+    MixOptions mixOptions;
+    std::string mixSvg;
 };
+
+bool ParseShare(const std::string &value, double *share)
+{
+    char *end = nullptr;
+    *share = std::strtod(value.c_str(), &end);
+    return !value.empty() && *end == '\0' && *share >= 0.0 && *share <= 1.0;
+}
 
 // Returns an error text, empty on success.
 std::string ReadConfig(const std::string &path, DaemonConfig *config)
@@ -184,6 +210,32 @@ std::string ParseArgs(int argc, char **argv, Options *o)
             if (!error.empty()) {
                 return error;
             }
+        } else if (arg == "--mix") {
+            if (!takeValue() || !ParseShare(value, &o->mixOptions.overlap)) {
+                return "--mix needs an overlap share from 0 to 1";
+            }
+            o->mix = true;
+        } else if (arg == "--mix-curve") {
+            o->mixCurve = true;
+        } else if (arg == "--mix-svg") {
+            if (!takeValue() || value.empty()) {
+                return "--mix-svg needs a file name";
+            }
+            o->mixSvg = value;
+        } else if (arg == "--seed") {
+            char *end = nullptr;
+            const unsigned long long seed = takeValue() ? std::strtoull(value.c_str(), &end, 10) : 0;
+            if (value.empty() || end == nullptr || *end != '\0' || value[0] == '-') {
+                return "--seed needs a whole number";
+            }
+            o->mixOptions.seed = seed;
+        } else if (arg == "--background") {
+            char *end = nullptr;
+            const double rate = takeValue() ? std::strtod(value.c_str(), &end) : -1.0;
+            if (value.empty() || end == nullptr || *end != '\0' || !(rate >= 0.0 && rate <= 600.0)) {
+                return "--background needs transactions per minute from 0 to 600";
+            }
+            o->mixOptions.backgroundPerMinute = rate;
         } else if (arg == "--jobs") {
             if (!takeValue() || (o->jobs = ParseCount(value, kMaxThreads)) == 0) {
                 return "--jobs needs a number from 1 to 16";
@@ -191,6 +243,12 @@ std::string ParseArgs(int argc, char **argv, Options *o)
         } else {
             return "unknown option " + arg;
         }
+    }
+    if ((o->mix || o->mixCurve) && o->files.empty()) {
+        return "--mix and --mix-curve need recordings (FILE...)";
+    }
+    if (!o->mixSvg.empty() && !o->mixCurve) {
+        return "--mix-svg goes with --mix-curve";
     }
     // The configuration file's quiet time, unless --timeout says otherwise.
     if (o->session.replay.config.pageTimeOutSec && !o->timeoutGiven) {
@@ -232,11 +290,51 @@ int Run(int argc, char **argv)
         }
         sessions.push_back(std::move(report));
     };
-    if (options.files.empty()) {
+    if (options.mix || options.mixCurve) {
+        std::vector<std::unique_ptr<Trace>> loaded;
+        std::vector<const Trace *> recordings;
+        for (const std::string &file : options.files) {
+            loaded.push_back(LoadTrace(file, options.session, printIssue));
+            if (!loaded.back()->fatal.empty()) {
+                std::cerr << "orvane-replay: " << loaded.back()->file << ": " << loaded.back()->fatal << "\n";
+                badInput = true;
+            } else {
+                recordings.push_back(loaded.back().get());
+            }
+        }
+        if (options.mixCurve) {
+            const std::vector<CurvePoint> points = MixCurve(recordings, {0.0, 0.25, 0.5, 0.75, 1.0}, 3,
+                                                            options.mixOptions, options.session.replay, options.jobs);
+            if (options.json) {
+                std::cout << nlohmann::json{{"mix_curve", MixCurveJson(points)}}.dump(2) << "\n";
+            } else {
+                WriteMixCurveText(std::cout, points);
+            }
+            if (!options.mixSvg.empty()) {
+                std::ofstream svg(options.mixSvg, std::ios::binary);
+                if (svg) {
+                    WriteMixCurveSvg(svg, points);
+                }
+                if (!svg) {
+                    std::cerr << "orvane-replay: cannot write " << options.mixSvg << "\n";
+                    return kExitOutput;
+                }
+            }
+            return badInput ? kExitBadInput : kExitOk;
+        }
+        SessionReport report;
+        report.trace = std::make_unique<Trace>(Mix(recordings, options.mixOptions));
+        report.result = Replay(*report.trace, options.session.replay);
+        if (options.report.eval) {
+            report.eval = Evaluate(*report.trace, report.result);
+        }
+        replayed(std::move(report));
+    } else if (options.files.empty()) {
         replayed(ReplaySample(options.session, printIssue));
+    } else {
+        ReplayFiles(options.files, options.session, options.jobs, printIssue,
+                    [&](SessionReport &report) { replayed(std::move(report)); });
     }
-    ReplayFiles(options.files, options.session, options.jobs, printIssue,
-                [&](SessionReport &report) { replayed(std::move(report)); });
 
     if (options.json) {
         WriteJson(std::cout, sessions, options.report);

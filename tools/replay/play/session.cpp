@@ -117,6 +117,47 @@ SessionReport ReplayFile(const std::string &path, const SessionOptions &options,
     return ReplayStream(path, in, format, options, onIssue);
 }
 
+std::unique_ptr<Trace> LoadTrace(const std::string &path, const SessionOptions &options, const IssueSink &onIssue)
+{
+    std::ifstream file;
+    std::istream *in = &std::cin;
+    if (path != "-") {
+        file.open(path, std::ios::binary);
+        in = &file;
+    }
+    std::ostringstream text;
+    if (*in) {
+        text << in->rdbuf();
+    }
+    if (!*in && in->bad()) {
+        text.str("");
+    }
+    const std::string name = path == "-" ? "(standard input)" : path;
+    if (path != "-" && !file.is_open()) {
+        return Unreadable(name, "cannot open the file").trace;
+    }
+    Format format = options.format;
+    if (format == Format::kAuto) {
+        format = EndsWith(path, ".har") ? Format::kHar
+                 : EndsWith(path, ".jsonl") || EndsWith(path, ".ndjson") ? Format::kJsonl
+                                                                         : Format::kAuto;
+    }
+    const std::string body = text.str();
+    if (format == Format::kAuto) {
+        std::istringstream lines(body);
+        std::string line;
+        while (std::getline(lines, line) && line.find_first_not_of(" \t\r\n") == std::string::npos) {
+        }
+        format = LooksLikeHar(line) ? Format::kHar : Format::kJsonl;
+    }
+    auto trace = std::make_unique<Trace>(format == Format::kHar ? ReadHar(name, body, options.read)
+                                                                : ReadJsonl(name, body));
+    for (const Issue &issue : trace->skipped) {
+        onIssue(name, issue);
+    }
+    return trace;
+}
+
 void ReplayFiles(const std::vector<std::string> &files, const SessionOptions &options, unsigned jobs,
                  const IssueSink &onIssue, const std::function<void(SessionReport &)> &done)
 {

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <functional>
 #include <istream>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -39,6 +40,10 @@ constexpr size_t kReorderMaxLines = 8192;
 // name (.har, .jsonl/.ndjson), else the first line with content.
 SessionReport ReplayFile(const std::string &path, const SessionOptions &options, const IssueSink &onIssue);
 SessionReport ReplaySample(const SessionOptions &options, const IssueSink &onIssue);
+
+// A whole file read into memory (HAR or JSON Lines) and not replayed, for
+// the mixer; fatal is set when it cannot be read.
+std::unique_ptr<Trace> LoadTrace(const std::string &path, const SessionOptions &options, const IssueSink &onIssue);
 
 // Replays files on up to `jobs` thread contexts at once (options.replay.thread
 // is ignored). onIssue and done see each file's messages and report in file

@@ -100,7 +100,8 @@ std::string BaseName(const std::string &file)
     return slash == std::string::npos ? file : file.substr(slash + 1);
 }
 
-constexpr const char *kEvalDefinitions = R"(  TX: replayed transactions with a page label. TRUE: the recording's pages.
+constexpr const char *kEvalDefinitions = R"(  TX: replayed transactions with a page label (and mixed-in background ones).
+  TRUE: the recording's pages.
   PAGES, WEB, CNT: pages the library reported, of them web pages, of them
   counted. PREC, REC, F1: over pairs of transactions, a pair being on one page
   in the recording, in the library's grouping, or both (a request without a
