@@ -246,7 +246,15 @@ TEST_F(Cli, MixesOfRecordings)
     EXPECT_EQ(j["sessions"][0]["format"], "mix");
     EXPECT_GT(j["sessions"][0]["eval"]["background"].get<int>(), 0);
 
-    for (const char *bad : {"--mix 0.5", "--mix 2 x.har", "--mix-svg a.svg x.har", "--seed -1 x.har"}) {
+    // --tune writes a file that --config takes.
+    const fs::path tuned = dir_ / "tuned.json";
+    const Outcome tune = Exec("--tune '" + tuned.string() + "' --folds 2" + twice);
+    ASSERT_EQ(tune.status, 0) << tune.err;
+    EXPECT_NE(tune.out.find("held out, tuned"), std::string::npos) << tune.out;
+    EXPECT_EQ(Exec("--config '" + tuned.string() + "'" + twice).status, 0);
+
+    for (const char *bad : {"--mix 0.5", "--mix 2 x.har", "--mix-svg a.svg x.har", "--seed -1 x.har", "--tune t.json",
+                            "--folds 1 --tune t.json x.har"}) {
         EXPECT_EQ(Exec(bad).status, 2) << bad;
     }
 }

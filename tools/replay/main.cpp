@@ -16,6 +16,8 @@
 #include "mix_curve.hpp"
 #include "report.hpp"
 #include "report_mix.hpp"
+#include "report_tune.hpp"
+#include "tune.hpp"
 #include "session.hpp"
 #include "trace.hpp"
 
@@ -67,6 +69,12 @@ options:
   --mix-svg FILE    with --mix-curve: also plot it as a self-contained SVG
   --seed N          the mixes' seed (default 1): the same seed, the same mix
   --background N    background transactions per minute in mixes (default 6)
+  --tune FILE       search the threshold table on the labelled FILEs
+                    (coordinate search, cross-validated over files), report
+                    start against tuned table on held-out folds and write the
+                    table searched on every file as a --config FILE; with
+                    --mix, score mixes of the files at that overlap instead
+  --folds N         held-out folds for --tune (2 to 10, default 5)
   --sample          print the bundled sample session and exit
   -h, --help        this text
 
@@ -85,6 +93,8 @@ struct Options {
     unsigned jobs = 1;
     bool timeoutGiven = false;
     bool mix = false, mixCurve = false;
+    std::string tune;
+    size_t folds = 5;
     MixOptions mixOptions;
     std::string mixSvg;
 };
@@ -215,6 +225,15 @@ std::string ParseArgs(int argc, char **argv, Options *o)
                 return "--mix needs an overlap share from 0 to 1";
             }
             o->mix = true;
+        } else if (arg == "--tune") {
+            if (!takeValue() || value.empty()) {
+                return "--tune needs a file name to write the configuration to";
+            }
+            o->tune = value;
+        } else if (arg == "--folds") {
+            if (!takeValue() || (o->folds = ParseCount(value, 10)) < 2) {
+                return "--folds needs a number from 2 to 10";
+            }
         } else if (arg == "--mix-curve") {
             o->mixCurve = true;
         } else if (arg == "--mix-svg") {
@@ -244,8 +263,8 @@ std::string ParseArgs(int argc, char **argv, Options *o)
             return "unknown option " + arg;
         }
     }
-    if ((o->mix || o->mixCurve) && o->files.empty()) {
-        return "--mix and --mix-curve need recordings (FILE...)";
+    if ((o->mix || o->mixCurve || !o->tune.empty()) && o->files.empty()) {
+        return "--mix, --mix-curve and --tune need recordings (FILE...)";
     }
     if (!o->mixSvg.empty() && !o->mixCurve) {
         return "--mix-svg goes with --mix-curve";
@@ -290,7 +309,7 @@ int Run(int argc, char **argv)
         }
         sessions.push_back(std::move(report));
     };
-    if (options.mix || options.mixCurve) {
+    if (options.mix || options.mixCurve || !options.tune.empty()) {
         std::vector<std::unique_ptr<Trace>> loaded;
         std::vector<const Trace *> recordings;
         for (const std::string &file : options.files) {
@@ -301,6 +320,29 @@ int Run(int argc, char **argv)
             } else {
                 recordings.push_back(loaded.back().get());
             }
+        }
+        if (!options.tune.empty()) {
+            TuneOptions tune;
+            tune.replay = options.session.replay;
+            tune.jobs = options.jobs;
+            tune.folds = options.folds;
+            tune.mixed = options.mix;
+            tune.mix = options.mixOptions;
+            const TuneResult result = Tune(recordings, tune);
+            if (options.json) {
+                std::cout << nlohmann::json{{"tune", TuneJson(result, tune)}}.dump(2) << "\n";
+            } else {
+                WriteTuneText(std::cout, result, tune);
+            }
+            DaemonConfig best = options.session.replay.config;
+            best.thresholdsMs = result.table;
+            std::ofstream out(options.tune, std::ios::binary);
+            out << DaemonConfigJson(best).dump(2) << "\n";
+            if (!out) {
+                std::cerr << "orvane-replay: cannot write " << options.tune << "\n";
+                return kExitOutput;
+            }
+            return badInput ? kExitBadInput : kExitOk;
         }
         if (options.mixCurve) {
             const std::vector<CurvePoint> points = MixCurve(recordings, {0.0, 0.25, 0.5, 0.75, 1.0}, 3,

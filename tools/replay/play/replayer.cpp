@@ -331,6 +331,31 @@ Replayer::~Replayer()
 
 SessionResult &Replayer::Result() { return s_->result; }
 
+namespace {
+
+// Caller holds the library alone.
+void TakeDefaultsOnce(const STWebPageConfig &config)
+{
+    uint32_t flowSize = 0;
+    STWebPageConfig copy = config;
+    if (!HaveLibraryDefaults() && g_contexts[0] == nullptr &&
+        API_InitWebPage(0, &copy, &flowSize, PageEnd, DnsQuery) == 0) {
+        TakeLibraryDefaults();
+        API_ReleaseWebPage(0);
+    }
+}
+
+}  // namespace
+
+void EnsureLibraryDefaults()
+{
+    std::unique_lock<std::shared_mutex> alone(g_library);
+    Replayer::Session *own = g_session;
+    g_session = nullptr;  // no session hears these lines
+    TakeDefaultsOnce(STWebPageConfig{LOG_LEVEL_ERROR, 0, 0});
+    g_session = own;
+}
+
 bool Replayer::Start()
 {
     const ReplayOptions &options = s_->options;
@@ -345,10 +370,8 @@ bool Replayer::Start()
     uint32_t flowSize = 0;
     // Thread 0's set-up writes the library's defaults: a session on another
     // context first needs them written once (silently: no session yet).
-    if (thread != 0 && !HaveLibraryDefaults() && g_contexts[0] == nullptr &&
-        API_InitWebPage(0, &config, &flowSize, PageEnd, DnsQuery) == 0) {
-        TakeLibraryDefaults();
-        API_ReleaseWebPage(0);
+    if (thread != 0) {
+        TakeDefaultsOnce(config);
     }
     g_session = s_.get();
     API_InitConfig(thread, &config);  // the level holds from the context's first line on

@@ -75,6 +75,10 @@ private:
 // Replays a whole trace held in memory.
 SessionResult Replay(const Trace &trace, const ReplayOptions &options);
 
+// Makes sure the library's defaults have been written and copied (see
+// TakeLibraryDefaults), setting up thread 0's context once if need be.
+void EnsureLibraryDefaults();
+
 // The number of thread contexts the library offers.
 constexpr uint32_t kMaxThreads = 16;
 
