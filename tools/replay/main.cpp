@@ -45,7 +45,8 @@ options:
                     (trace, info or error)
   --html FILE       write a self-contained HTML waterfall of the sessions
   --eval            compare the grouping with the recording's own pages
-                    (HAR pageref, JSONL "page")
+                    (HAR pageref, JSONL "page"), pair by pair and page by
+                    page, and the page delay with HAR pageTimings
   --format FMT      read every FILE as har or jsonl (default: by file name,
                     else by content)
   --timeout SEC     page quiet time handed to the library (default 0: its
