@@ -2,6 +2,7 @@
 // its label; no flow shared between pages; overlap as asked.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
 #include <set>
 #include <string>
@@ -83,6 +84,21 @@ TEST(Mix, SeededLabelledFlowsApart)
     }
     EXPECT_GT(background, 0u);
     EXPECT_GT(OverlappingShare(m1), 0.0);
+    // Background comes from recordings whose pages are not loading then.
+    std::map<std::string, std::pair<uint64_t, uint64_t>> spans;
+    for (const Transaction &tx : m1.transactions) {
+        if (!tx.background) {
+            auto it = spans.emplace(tx.truePage, std::make_pair(tx.begin, tx.end)).first;
+            it->second = {std::min(it->second.first, tx.begin), std::max(it->second.second, tx.end)};
+        }
+    }
+    for (const Transaction &tx : m1.transactions) {
+        for (const auto &span : spans) {
+            if (tx.background && m1.events[static_cast<size_t>(tx.request)].host[0] == span.first[0]) {
+                EXPECT_FALSE(span.second.first <= tx.begin && tx.begin <= span.second.second) << span.first;
+            }
+        }
+    }
 
     // Overlap 0: every page after the previous one ended, 0.5 to 5 s later.
     options.overlap = 0.0;

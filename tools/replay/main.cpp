@@ -66,7 +66,7 @@ options:
                     ended, with background traffic; flows kept apart, labels
                     "file#page"
   --mix-curve       score mixes of the FILEs at overlap 0, 0.25, 0.5, 0.75 and
-                    1 (3 seeds each) against each FILE alone, print the table
+                    1 (5 seeds each) against each FILE alone, print the table
   --mix-svg FILE    with --mix-curve: also plot it as a self-contained SVG
   --seed N          the mixes' seed (default 1): the same seed, the same mix
   --background N    background transactions per minute in mixes (default 6)
@@ -346,7 +346,7 @@ int Run(int argc, char **argv)
             return badInput ? kExitBadInput : kExitOk;
         }
         if (options.mixCurve) {
-            const std::vector<CurvePoint> points = MixCurve(recordings, {0.0, 0.25, 0.5, 0.75, 1.0}, 3,
+            const std::vector<CurvePoint> points = MixCurve(recordings, {0.0, 0.25, 0.5, 0.75, 1.0}, 5,
                                                             options.mixOptions, options.session.replay, options.jobs);
             if (options.json) {
                 std::cout << nlohmann::json{{"mix_curve", MixCurveJson(points)}}.dump(2) << "\n";

@@ -163,8 +163,9 @@ Trace Mix(const std::vector<const Trace *> &recordings, const MixOptions &option
         }
     }
 
-    // Background: transactions that are not documents, from any recording,
-    // each on a flow of its own, spread evenly at random over the session.
+    // Background: transactions that are not documents, each on a flow of its
+    // own, spread evenly at random over the session; taken from recordings
+    // other than those whose pages are loading at that moment.
     std::vector<std::pair<size_t, size_t>> pool;
     for (size_t r = 0; r < recordings.size(); ++r) {
         const Trace &trace = *recordings[r];
@@ -176,17 +177,28 @@ Trace Mix(const std::vector<const Trace *> &recordings, const MixOptions &option
             }
         }
     }
+    constexpr int kTries = 16;
     const double minutes = static_cast<double>(lastEnd - kMixBegin) / 60e9;
     const size_t count = pool.empty() ? 0 : static_cast<size_t>(minutes * options.backgroundPerMinute);
     for (size_t b = 0; b < count; ++b) {
-        const auto &pick = pool[random.Below(pool.size())];
-        const Trace &from = *recordings[pick.first];
-        Transaction tx = from.transactions[pick.second];
-        tx.truePage.clear();
-        tx.background = true;
-        const uint64_t at = kMixBegin + static_cast<uint64_t>(random.Uniform() * static_cast<double>(lastEnd - kMixBegin));
-        AddTransaction(from, tx, static_cast<int64_t>(at) - static_cast<int64_t>(tx.begin), "bg" + std::to_string(b) + "|",
-                       &mix);
+        const uint64_t at =
+            kMixBegin + static_cast<uint64_t>(random.Uniform() * static_cast<double>(lastEnd - kMixBegin));
+        for (int tries = 0; tries < kTries; ++tries) {
+            const auto &pick = pool[random.Below(pool.size())];
+            const bool loading = std::any_of(units.begin(), units.end(), [&](const Unit &u) {
+                return u.recording == pick.first && Shifted(u.begin, u.shift) <= at && at <= Shifted(u.end, u.shift);
+            });
+            if (loading) {
+                continue;
+            }
+            const Trace &from = *recordings[pick.first];
+            Transaction tx = from.transactions[pick.second];
+            tx.truePage.clear();
+            tx.background = true;
+            AddTransaction(from, tx, static_cast<int64_t>(at) - static_cast<int64_t>(tx.begin),
+                           "bg" + std::to_string(b) + "|", &mix);
+            break;
+        }
     }
     return mix;
 }

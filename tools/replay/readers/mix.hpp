@@ -19,7 +19,9 @@ struct MixOptions {
     // after every earlier page has finished.
     double overlap = 0.0;
     uint64_t seed = 1;
-    double backgroundPerMinute = 6.0;  // transactions of no page, at random times
+    // Transactions of no page at random times, from recordings none of whose
+    // pages is loading then.
+    double backgroundPerMinute = 6.0;
 };
 
 // The labelled pages of the recordings, in an order and at times drawn from
