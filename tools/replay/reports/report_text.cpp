@@ -180,11 +180,12 @@ void WriteEval(std::ostream &out, const std::vector<SessionReport> &sessions)
             << (ok ? std::to_string(e.mainFound) + "/" + std::to_string(e.truePages) : "n/a") << std::setw(7)
             << e.split << std::setw(8) << e.merged << "\n";
     };
-    size_t rows = 0;
+    size_t rows = 0, unscored = 0;
     for (const SessionReport &s : sessions) {
         if (!s.trace->fatal.empty() || !s.result.setupError.empty()) {
             continue;
         }
+        unscored += s.eval.Labelled() ? 0 : 1;
         row(BaseName(s.trace->file), s.eval);
         total.Add(s.eval);
         ++rows;
@@ -194,7 +195,10 @@ void WriteEval(std::ostream &out, const std::vector<SessionReport> &sessions)
     }
     if (!total.Labelled()) {
         out << "  n/a: no replayed transaction carries a page label, so there is nothing to score against.\n";
-    } else if (rows > 1) {
+    } else if (unscored != 0) {
+        out << "  n/a: " << unscored << " file(s) carry no page label at all and are not scored.\n";
+    }
+    if (total.Labelled() && rows > 1) {
         out << "  F1 mean over " << total.files << " labelled files " << Fixed(total.FileF1Mean(), 3) << ", over "
             << total.truePages << " true pages " << Fixed(total.PageF1Mean(), 3) << "; main request recall "
             << Fixed(total.MainRecall(), 3) << "\n";
