@@ -179,6 +179,12 @@ TEST_F(Cli, ParallelRunEqualsSerialRun)
         files += " '" + Write("s" + std::to_string(i) + ".jsonl", cut).string() + "'";
     }
     files += " '" + Write("bad.jsonl", "{\"ev\":\"req\"}\nnot json\n").string() + "' '" + (dir_ / "missing").string() + "'";
+    files += " '" + Write("h.har", R"({"log":{"pages":[{"id":"p","startedDateTime":"2017-03-01T10:00:00Z",
+ "pageTimings":{"onLoad":9}}],"entries":[
+ {"pageref":"p","startedDateTime":"2017-03-01T10:00:00Z","request":{"method":"GET","url":"http://a.example/"},
+  "response":{"status":200},"timings":{"send":1,"wait":2,"receive":3}},
+ {"pageref":"p","startedDateTime":"2017-03-01T10:00:00.5Z","request":{"method":"GET","url":"http://a.example/x.css"},
+  "response":{"status":200},"timings":{"send":1,"wait":2,"receive":3}}]}})").string() + "'";
     for (const char *form : {"--events --eval", "--json --events --eval"}) {
         const Outcome serial = Exec(std::string(form) + " --jobs 1" + files);
         const Outcome parallel = Exec(std::string(form) + " --jobs 4" + files);
