@@ -8,6 +8,7 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
@@ -250,6 +251,111 @@ TEST_F(Cli, StandardInputIsStreamedOrReadAsHar)
     const Outcome dir = Exec("'" + dir_.string() + "'");
     EXPECT_EQ(dir.status, 1);
     EXPECT_NE(dir.err.find("cannot read the file"), std::string::npos) << dir.err;
+}
+
+// Files replayed at once on contexts 0..3 report exactly what a serial run
+// does, messages included; page numbers do not carry the context.
+TEST_F(Cli, ParallelRunEqualsSerialRun)
+{
+    std::istringstream sample(Exec("--sample").out);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(sample, line);) {
+        lines.push_back(line);
+    }
+    std::string files;
+    for (size_t i = 0; i < 5; ++i) {
+        // Files of different lengths: the sample cut after more and more lines.
+        std::string cut;
+        for (size_t n = 0; n < lines.size() && n < 30 + 15 * i; ++n) {
+            cut += lines[n] + "\n";
+        }
+        files += " '" + Write("s" + std::to_string(i) + ".jsonl", cut).string() + "'";
+    }
+    files += " '" + Write("bad.jsonl", "{\"ev\":\"req\"}\nnot json\n").string() + "' '" + (dir_ / "missing").string() + "'";
+    files += " '" + Write("h.har", R"({"log":{"pages":[{"id":"p","startedDateTime":"2017-03-01T10:00:00Z",
+ "pageTimings":{"onLoad":9}}],"entries":[
+ {"pageref":"p","startedDateTime":"2017-03-01T10:00:00Z","request":{"method":"GET","url":"http://a.example/"},
+  "response":{"status":200},"timings":{"send":1,"wait":2,"receive":3}},
+ {"pageref":"p","startedDateTime":"2017-03-01T10:00:00.5Z","request":{"method":"GET","url":"http://a.example/x.css"},
+  "response":{"status":200},"timings":{"send":1,"wait":2,"receive":3}}]}})").string() + "'";
+    for (const char *form : {"--events --eval", "--json --events --eval"}) {
+        const Outcome serial = Exec(std::string(form) + " --jobs 1" + files);
+        const Outcome parallel = Exec(std::string(form) + " --jobs 4" + files);
+        EXPECT_EQ(serial.status, 1);
+        EXPECT_EQ(parallel.status, serial.status);
+        EXPECT_EQ(parallel.out, serial.out) << form;
+        EXPECT_EQ(parallel.err, serial.err) << form;
+    }
+    EXPECT_EQ(Exec("--jobs 17").status, 2);
+}
+
+// A configuration file reaches the library as a daemon's writes would.
+TEST_F(Cli, ConfigurationFileChangesTheGrouping)
+{
+    const fs::path sample = Write("s.jsonl", Exec("--sample").out);
+    const Outcome plain = Exec("--events --json '" + sample.string() + "'");
+    // Every window and fallback as short as can be: time rules never hold.
+    std::string tiny = "{\"time_threshold_ms\": [";
+    for (int i = 0; i < 24; ++i) {
+        tiny += std::string(i == 0 ? "" : ",") + "1";
+    }
+    tiny += "], \"host_black_keywords\": [], \"page_timeout_s\": 10}";
+    const fs::path config = Write("c.json", tiny);
+    const Outcome tuned = Exec("--events --json --config '" + config.string() + "' '" + sample.string() + "'");
+    ASSERT_EQ(tuned.status, 0) << tuned.err;
+    const nlohmann::json a = nlohmann::json::parse(plain.out), b = nlohmann::json::parse(tuned.out);
+    EXPECT_GT(b["summary"]["pages"].get<int>(), a["summary"]["pages"].get<int>());
+    auto blackEvents = [](const nlohmann::json &doc) {
+        int n = 0;
+        for (const auto &ev : doc["sessions"][0]["events"]) {
+            n += ev["black"].get<bool>() ? 1 : 0;
+        }
+        return n;
+    };
+    EXPECT_GT(blackEvents(a), 0);
+    EXPECT_EQ(blackEvents(b), 0);
+    // The file's quiet time: pages close 10 s after their last event.
+    EXPECT_LT(b["sessions"][0]["clock_end_ns"].get<uint64_t>(), a["sessions"][0]["clock_end_ns"].get<uint64_t>());
+
+    for (const char *bad : {"[]", "{\"time_threshold_ms\": [1, 2]}", "{\"colour\": 1}",
+                            "{\"host_black_keywords\": [\"a-keyword-far-too-long\"]}"}) {
+        const Outcome r = Exec("--config '" + Write("bad.json", bad).string() + "'");
+        EXPECT_EQ(r.status, 2) << bad;
+        EXPECT_NE(r.err.find("--config"), std::string::npos) << r.err;
+    }
+}
+
+TEST_F(Cli, MixesOfRecordings)
+{
+    const fs::path sample = Write("s.jsonl", Exec("--sample").out);
+    const fs::path svg = dir_ / "curve.svg";
+    const std::string twice = " '" + sample.string() + "' '" + sample.string() + "'";
+    const Outcome curve = Exec("--mix-curve --mix-svg '" + svg.string() + "'" + twice);
+    ASSERT_EQ(curve.status, 0) << curve.err;
+    EXPECT_NE(curve.out.find("apart"), std::string::npos) << curve.out;
+    const std::string plot = Slurp(svg);
+    EXPECT_EQ(plot.rfind("<svg xmlns=", 0), 0u);
+    EXPECT_EQ(plot.find("href"), std::string::npos) << "self-contained";
+
+    const Outcome one = Exec("--mix 0.5 --seed 9 --eval --json" + twice);
+    ASSERT_EQ(one.status, 0) << one.err;
+    EXPECT_EQ(Exec("--mix 0.5 --seed 9 --eval --json" + twice).out, one.out);
+    const nlohmann::json j = nlohmann::json::parse(one.out);
+    ASSERT_EQ(j["sessions"].size(), 1u);
+    EXPECT_EQ(j["sessions"][0]["format"], "mix");
+    EXPECT_GT(j["sessions"][0]["eval"]["background"].get<int>(), 0);
+
+    // --tune writes a file that --config takes.
+    const fs::path tuned = dir_ / "tuned.json";
+    const Outcome tune = Exec("--tune '" + tuned.string() + "' --folds 2" + twice);
+    ASSERT_EQ(tune.status, 0) << tune.err;
+    EXPECT_NE(tune.out.find("held out, tuned"), std::string::npos) << tune.out;
+    EXPECT_EQ(Exec("--config '" + tuned.string() + "'" + twice).status, 0);
+
+    for (const char *bad : {"--mix 0.5", "--mix 2 x.har", "--mix-svg a.svg x.har", "--seed -1 x.har", "--tune t.json",
+                            "--folds 1 --tune t.json x.har"}) {
+        EXPECT_EQ(Exec(bad).status, 2) << bad;
+    }
 }
 
 TEST_F(Cli, RealRecordingsEvaluate)

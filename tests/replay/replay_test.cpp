@@ -1,9 +1,12 @@
 // End-to-end: traces through the library, page results checked.
 #include <gtest/gtest.h>
 
+#include <memory>
+#include <sstream>
 #include <string>
 
 #include "evaluate.hpp"
+#include "report.hpp"
 #include "replayer.hpp"
 
 namespace replay {
@@ -174,7 +177,17 @@ TEST(Evaluate, PairCountsAndMainRequests)
         p.firstEvent = id == 1 ? 0 : 2;  // page 2 was opened by an A transaction
         p.reported = true;
         p.kqi.ucPageFlag = id == 1 ? 1 : 0;
+        p.kqi.ullPageDelay = (id == 1 ? 1100 : 3000) * kNsPerMs;
+        p.kqi.usCauseCode = 200;
         session.pages.Close(id);
+    }
+    // The browser loaded both in 1 s: A's page is 100 ms off, B's (taken by
+    // page 2) 2000 ms.
+    for (const char *id : {"A", "B"}) {
+        RecordedPage page;
+        page.id = id;
+        page.onLoadMs = 1000.0;
+        trace.pages.push_back(page);
     }
     const EvalResult e = Evaluate(trace, session);
     EXPECT_EQ(e.transactions, 5u);
@@ -189,6 +202,70 @@ TEST(Evaluate, PairCountsAndMainRequests)
     EXPECT_DOUBLE_EQ(e.Recall(), 0.25);
     EXPECT_NEAR(e.F1(), 1.0 / 3.0, 1e-12);
     EXPECT_EQ(e.mainFound, 1u);  // A's first opened page 1; B's first joined A's page
+
+    // Per true page: A has 2 of its 3 on page 1 (size 2): F1 4/5, and opened
+    // pages 1 and 2 (split); B's best is page 2 (size 2, 1 of B's): F1 1/2,
+    // its first joined a page that A opened (merged).
+    ASSERT_EQ(e.pages.size(), 2u);
+    EXPECT_DOUBLE_EQ(e.pages[0].F1(), 0.8);
+    EXPECT_TRUE(e.pages[0].split());
+    EXPECT_FALSE(e.pages[0].merged);
+    EXPECT_DOUBLE_EQ(e.pages[1].F1(), 0.5);
+    EXPECT_FALSE(e.pages[1].split());
+    EXPECT_TRUE(e.pages[1].merged);
+    EXPECT_DOUBLE_EQ(e.PageF1Mean(), 0.65);
+    EXPECT_EQ(e.split, 1u);
+    EXPECT_EQ(e.merged, 1u);
+    const DelayStats d = e.Delay(true);
+    EXPECT_EQ(d.pages, 2u);
+    EXPECT_DOUBLE_EQ(d.medianMs, 1050.0);
+    EXPECT_DOUBLE_EQ(d.p90Ms, 1810.0);
+    EXPECT_DOUBLE_EQ(d.within20, 0.5);
+    EXPECT_EQ(e.Delay(false).pages, 0u) << "no onContentLoad recorded";
+
+    // Background traffic stands alone: joined to page 1 it only costs pairs.
+    Transaction bg;
+    bg.background = true;
+    bg.request = static_cast<int>(trace.events.size());
+    trace.events.emplace_back();
+    trace.transactions.push_back(bg);
+    EventOutcome joined;
+    joined.fed = true;
+    joined.pageId = 1;
+    session.outcomes.push_back(joined);
+    const EvalResult m = Evaluate(trace, session);
+    EXPECT_EQ(m.truePages, 2u);
+    EXPECT_EQ(m.background, 1u);
+    EXPECT_EQ(m.predictedPairs, 4u);  // page 1 now holds 3
+    EXPECT_EQ(m.agreeingPairs, 1u);
+    EXPECT_DOUBLE_EQ(m.pages[0].F1(), 4.0 / 6.0);
+
+    // Two files: the mean over files weighs each file once.
+    EvalResult both = e;
+    both.Add(m);
+    EXPECT_EQ(both.files, 2u);
+    EXPECT_DOUBLE_EQ(both.FileF1Mean(), (e.F1() + m.F1()) / 2.0);
+}
+
+TEST(Evaluate, NothingLabelledIsNotScored)
+{
+    const Trace trace = ReadJsonl("one", OnePage());  // no "page" field
+    SessionReport s;
+    s.trace = std::make_unique<Trace>(trace);
+    s.result = Replay(trace, ReplayOptions{});
+    s.eval = Evaluate(*s.trace, s.result);
+    EXPECT_FALSE(s.eval.Labelled());
+    EXPECT_EQ(s.eval.unlabelled, 1u);
+    std::vector<SessionReport> sessions;
+    sessions.push_back(std::move(s));
+    std::ostringstream text, json;
+    WriteText(text, sessions, ReportOptions{false, true});
+    EXPECT_NE(text.str().find("    n/a    n/a    n/a      n/a     n/a"), std::string::npos) << text.str();
+    EXPECT_EQ(text.str().find("1.000"), std::string::npos) << text.str();
+    EXPECT_NE(text.str().find("nothing to score against"), std::string::npos);
+    EXPECT_NE(text.str().find("PAGE_F1: mean"), std::string::npos) << "definitions follow the table";
+    WriteJson(json, sessions, ReportOptions{false, true});
+    EXPECT_NE(json.str().find("\"f1\": null"), std::string::npos);
 }
 
 }  // namespace

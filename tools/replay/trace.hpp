@@ -62,6 +62,7 @@ struct Transaction {
     std::string method;
     std::string url;       // host and path, for reports
     std::string truePage;  // the recording's own page label; empty when none
+    bool background = false;  // mixed-in traffic of no page: scored as standing alone
     uint64_t begin = 0, end = 0;
     int request = -1, response = -1;  // indexes into Trace::events
     std::vector<Phase> phases;        // in time order; empty when not timed

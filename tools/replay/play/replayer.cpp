@@ -6,6 +6,8 @@
 #include <iterator>
 #include <limits>
 #include <list>
+#include <mutex>
+#include <shared_mutex>
 #include <stdexcept>
 #include <unordered_map>
 
@@ -15,7 +17,6 @@ namespace replay {
 
 namespace {
 
-constexpr uint32_t kThread = 0;
 // Enough runs for the longest quiet time a page can have (255 runs) plus
 // margin; a page still open after that is closed by the release.
 constexpr size_t kMaxDrainRuns = 1000;
@@ -83,6 +84,11 @@ private:
     std::unordered_map<std::string, typename std::list<Entry>::iterator> index_;
 };
 
+// Page IDs carry the context's number in their top 4 bits; reports show the
+// session's own page number, the same on whichever context it ran.
+constexpr uint64_t kPageNumberMask = (1ull << 60) - 1;
+uint64_t PageNumber(uint64_t id) { return id & kPageNumberMask; }
+
 struct TimerState {
     bool running = false;
     uint64_t handle = 0;
@@ -110,7 +116,14 @@ struct Replayer::Session {
 
 namespace {
 
-Replayer::Session *g_session = nullptr;
+// Set-up writes globals that every context reads (the configuration, the
+// timer callbacks, which API_InitWebPage clears): exclusive; every other call
+// into the library: shared.
+std::shared_mutex g_library;
+// The session of the calling system thread, for the callbacks; one replayer
+// per context.
+thread_local Replayer::Session *g_session = nullptr;
+Replayer::Session *g_contexts[kMaxThreads] = {};
 
 uint32_t LogSink(uint32_t uiLevel, const char *pcLine)
 {
@@ -155,16 +168,18 @@ uint32_t PageEnd(STPageKQI *pstKQI)
     }
     Guarded([pstKQI] {
         PageRows &pages = g_session->result.pages;
-        PageResult *page = pages.Open(pstKQI->uiPageID);
+        const uint64_t number = PageNumber(pstKQI->uiPageID);
+        PageResult *page = pages.Open(number);
         if (page == nullptr) {
             return;  // reported once already
         }
         page->reported = true;
         page->released = g_session->releasing;
         page->kqi = *pstKQI;
+        page->kqi.uiPageID = number;
         page->closedAt = g_session->clock;
         // Closed pages drop their ID, so no later event joins this row.
-        pages.Close(pstKQI->uiPageID);
+        pages.Close(number);
     });
     return 0;
 }
@@ -302,7 +317,12 @@ Replayer::~Replayer()
 {
     // Left mid-session (an exception): the context still goes, with its pages.
     if (s_->live) {
-        API_ReleaseWebPage(kThread);
+        std::shared_lock<std::shared_mutex> shared(g_library);
+        API_ReleaseWebPage(s_->options.thread);
+    }
+    std::unique_lock<std::shared_mutex> alone(g_library);
+    if (s_->options.thread < kMaxThreads && g_contexts[s_->options.thread] == s_.get()) {
+        g_contexts[s_->options.thread] = nullptr;
     }
     if (g_session == s_.get()) {
         g_session = nullptr;
@@ -311,34 +331,72 @@ Replayer::~Replayer()
 
 SessionResult &Replayer::Result() { return s_->result; }
 
+namespace {
+
+// Caller holds the library alone.
+void TakeDefaultsOnce(const STWebPageConfig &config)
+{
+    uint32_t flowSize = 0;
+    STWebPageConfig copy = config;
+    if (!HaveLibraryDefaults() && g_contexts[0] == nullptr &&
+        API_InitWebPage(0, &copy, &flowSize, PageEnd, DnsQuery) == 0) {
+        TakeLibraryDefaults();
+        API_ReleaseWebPage(0);
+    }
+}
+
+}  // namespace
+
+void EnsureLibraryDefaults()
+{
+    std::unique_lock<std::shared_mutex> alone(g_library);
+    Replayer::Session *own = g_session;
+    g_session = nullptr;  // no session hears these lines
+    TakeDefaultsOnce(STWebPageConfig{LOG_LEVEL_ERROR, 0, 0});
+    g_session = own;
+}
+
 bool Replayer::Start()
 {
-    if (g_session != nullptr) {
-        s_->result.setupError = "another session is being replayed";
+    const ReplayOptions &options = s_->options;
+    const uint32_t thread = options.thread;
+    std::unique_lock<std::shared_mutex> alone(g_library);
+    if (thread >= kMaxThreads || g_contexts[thread] != nullptr || g_session != nullptr) {
+        s_->result.setupError = "thread context " + std::to_string(thread) + " is taken";
         return false;
     }
-    g_session = s_.get();
-    const ReplayOptions &options = s_->options;
     API_InitSDKLog(LogSink);
     STWebPageConfig config{options.logLevel, options.pageTimeOutSec, 0};
-    API_InitConfig(kThread, &config);  // the level holds from the context's first line on
     uint32_t flowSize = 0;
-    const uint32_t rc = API_InitWebPage(kThread, &config, &flowSize, PageEnd, DnsQuery);
-    if (rc != 0 || flowSize != sizeof(STFlowInfo) || API_InitWebPageTimer(kThread, StartTimer, StopTimer) != 0) {
+    // Thread 0's set-up writes the library's defaults: a session on another
+    // context first needs them written once (silently: no session yet).
+    if (thread != 0) {
+        TakeDefaultsOnce(config);
+    }
+    g_session = s_.get();
+    API_InitConfig(thread, &config);  // the level holds from the context's first line on
+    const uint32_t rc = API_InitWebPage(thread, &config, &flowSize, PageEnd, DnsQuery);
+    if (rc == 0 && thread == 0 && !HaveLibraryDefaults()) {
+        TakeLibraryDefaults();
+    }
+    if (rc != 0 || flowSize != sizeof(STFlowInfo) || API_InitWebPageTimer(thread, StartTimer, StopTimer) != 0) {
         s_->result.setupError = "API_InitWebPage returned " + std::to_string(rc) + " (flow area " +
                                 std::to_string(flowSize) + " bytes)";
         if (rc == 0) {
-            API_ReleaseWebPage(kThread);
+            API_ReleaseWebPage(thread);
         }
         g_session = nullptr;
         return false;
     }
+    ApplyDaemonConfig(options.config);
+    g_contexts[thread] = s_.get();
     s_->live = true;
     return true;
 }
 
 void Replayer::Dns(const DnsRecord &dns)
 {
+    std::shared_lock<std::shared_mutex> shared(g_library);  // the clock may run the timer
     Session &s = *s_;
     AdvanceClock(s, dns.begin);
     bool made = false;
@@ -347,6 +405,7 @@ void Replayer::Dns(const DnsRecord &dns)
 
 void Replayer::Feed(const TraceEvent &ev, int index)
 {
+    std::shared_lock<std::shared_mutex> shared(g_library);
     Session &s = *s_;
     AdvanceClock(s, ev.begin);
     bool made = false;
@@ -357,9 +416,9 @@ void Replayer::Feed(const TraceEvent &ev, int index)
     STWebPageEvent raw = Build(ev);
     uint64_t id = 0;
     EventOutcome out;
-    out.rc = API_AssociateWebPage(kThread, &flow, &raw, &id);
+    out.rc = API_AssociateWebPage(s.options.thread, &flow, &raw, &id);
     ThrowIfFailed(s);
-    out.pageId = id;
+    out.pageId = PageNumber(id);
     out.fed = true;
     out.black = out.rc == WEBPAGE_OK && id == 0;
 
@@ -380,7 +439,7 @@ void Replayer::Feed(const TraceEvent &ev, int index)
         return;
     }
     bool isNew = false;
-    PageResult *page = r.pages.Open(id, &isNew);
+    PageResult *page = r.pages.Open(PageNumber(id), &isNew);
     if (page == nullptr) {
         return;
     }
@@ -406,14 +465,16 @@ void Replayer::Finish()
     if (!s.live) {
         return;
     }
+    std::shared_lock<std::shared_mutex> shared(g_library);
     for (size_t runs = 0; s.timer.running && runs < kMaxDrainRuns; ++runs) {
         RunTimerOnce(s);
     }
     s.result.clockEnd = s.clock;
     s.releasing = true;
-    API_ReleaseWebPage(kThread);
+    API_ReleaseWebPage(s.options.thread);
     s.live = false;
     g_session = nullptr;
+    g_contexts[s.options.thread] = nullptr;
     ThrowIfFailed(s);
     s.result.pages.CloseAll();
 }

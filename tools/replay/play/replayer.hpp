@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "daemon_config.hpp"
 #include "orvane_webpage.h"
 #include "page_rows.hpp"
 #include "trace.hpp"
@@ -18,6 +19,8 @@ struct ReplayOptions {
     uint32_t logLevel = LOG_LEVEL_ERROR;
     bool showLog = false;        // copy the library's log lines to stderr
     uint16_t pageTimeOutSec = 0;  // 0: the library's default quiet time
+    uint32_t thread = 0;          // the thread context (0..15) the session runs on
+    DaemonConfig config;          // written into the library's globals after set-up
 };
 
 struct EventOutcome {
@@ -40,10 +43,13 @@ struct SessionResult {
     std::string setupError;              // the context could not be made
 };
 
-// Feeds one session step by step, in time order: Start creates thread 0's
+// Feeds one session step by step, in time order: Start creates the thread
 // context, Finish drains every page through the timer and releases it, so
-// sessions are independent. The library's callbacks reach the session
-// through a global: one replayer at a time.
+// sessions are independent. Replayers on different contexts may run at once,
+// each on its own system thread (the library's callbacks reach the session
+// of the calling thread), all with the same configuration: set-up writes the
+// library's shared globals, so it waits until no other replayer is inside the
+// library, and every later call shares the library with the others.
 class Replayer {
 public:
     explicit Replayer(const ReplayOptions &options);
@@ -68,6 +74,13 @@ private:
 
 // Replays a whole trace held in memory.
 SessionResult Replay(const Trace &trace, const ReplayOptions &options);
+
+// Makes sure the library's defaults have been written and copied (see
+// TakeLibraryDefaults), setting up thread 0's context once if need be.
+void EnsureLibraryDefaults();
+
+// The number of thread contexts the library offers.
+constexpr uint32_t kMaxThreads = 16;
 
 }  // namespace replay
 

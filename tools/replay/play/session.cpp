@@ -6,6 +6,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "parallel.hpp"
 #include "session.hpp"
 #include "text_util.hpp"
 
@@ -142,6 +143,78 @@ SessionReport ReplayFile(const std::string &path, const SessionOptions &options,
         format = Format::kJsonl;
     }
     return ReplayStream(path, in, format, options, onIssue);
+}
+
+std::unique_ptr<Trace> LoadTrace(const std::string &path, const SessionOptions &options, const IssueSink &onIssue)
+{
+    std::ifstream file;
+    std::istream *in = &std::cin;
+    if (path != "-") {
+        file.open(path, std::ios::binary);
+        in = &file;
+    }
+    std::ostringstream text;
+    if (*in) {
+        text << in->rdbuf();
+    }
+    if (!*in && in->bad()) {
+        text.str("");
+    }
+    const std::string name = path == "-" ? "(standard input)" : path;
+    if (path != "-" && !file.is_open()) {
+        return Unreadable(name, "cannot open the file").trace;
+    }
+    Format format = options.format;
+    if (format == Format::kAuto) {
+        format = EndsWith(path, ".har") ? Format::kHar
+                 : EndsWith(path, ".jsonl") || EndsWith(path, ".ndjson") ? Format::kJsonl
+                                                                         : Format::kAuto;
+    }
+    const std::string body = text.str();
+    if (format == Format::kAuto) {
+        std::istringstream lines(body);
+        std::string line;
+        while (std::getline(lines, line) && line.find_first_not_of(" \t\r\n") == std::string::npos) {
+        }
+        format = LooksLikeHar(line) ? Format::kHar : Format::kJsonl;
+    }
+    auto trace = std::make_unique<Trace>(format == Format::kHar ? ReadHar(name, body, options.read)
+                                                                : ReadJsonl(name, body));
+    for (const Issue &issue : trace->skipped) {
+        onIssue(name, issue);
+    }
+    return trace;
+}
+
+void ReplayFiles(const std::vector<std::string> &files, const SessionOptions &options, unsigned jobs,
+                 const IssueSink &onIssue, const std::function<void(SessionReport &)> &done)
+{
+    struct Slot {
+        SessionReport report;
+        std::vector<std::pair<std::string, Issue>> issues;
+    };
+    std::vector<Slot> slots(files.size());
+    const bool serial = jobs <= 1 || files.size() <= 1;
+    ParallelFor(
+        files.size(), jobs,
+        [&](size_t i, uint32_t thread) {
+            SessionOptions own = options;
+            own.replay.thread = thread;
+            Slot &slot = slots[i];
+            // A serial run tells of bad lines as it reads them; parallel
+            // runs hold them back until the file's turn comes.
+            const IssueSink keep = [&slot](const std::string &file, const Issue &issue) {
+                slot.issues.emplace_back(file, issue);
+            };
+            slot.report = ReplayFile(files[i], own, serial ? onIssue : keep);
+        },
+        [&](size_t i) {
+            for (const auto &issue : slots[i].issues) {
+                onIssue(issue.first, issue.second);
+            }
+            slots[i].issues.clear();
+            done(slots[i].report);
+        });
 }
 
 SessionReport ReplaySample(const SessionOptions &options, const IssueSink &onIssue)

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <functional>
 #include <istream>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -39,6 +40,16 @@ constexpr size_t kReorderMaxLines = 8192;
 // name (.har, .jsonl/.ndjson), else the first line with content.
 SessionReport ReplayFile(const std::string &path, const SessionOptions &options, const IssueSink &onIssue);
 SessionReport ReplaySample(const SessionOptions &options, const IssueSink &onIssue);
+
+// A whole file read into memory (HAR or JSON Lines) and not replayed, for
+// the mixer; fatal is set when it cannot be read.
+std::unique_ptr<Trace> LoadTrace(const std::string &path, const SessionOptions &options, const IssueSink &onIssue);
+
+// Replays files on up to `jobs` thread contexts at once (options.replay.thread
+// is ignored). onIssue and done see each file's messages and report in file
+// order, as a serial run would; done may move the report away.
+void ReplayFiles(const std::vector<std::string> &files, const SessionOptions &options, unsigned jobs,
+                 const IssueSink &onIssue, const std::function<void(SessionReport &)> &done);
 
 // Replays JSON Lines from in as they are read; prefix holds bytes already
 // taken from in (to tell the format), read first.

@@ -61,21 +61,66 @@ size_t SkippedTotal(const std::vector<SessionReport> &sessions)
 
 namespace {
 
-json EvalJson(const EvalResult &e)
+// Scores are null where nothing was labelled; delays are null where unknown.
+json EvalJson(const EvalResult &e, bool withPages)
 {
-    return json{{"transactions", e.transactions},
-                {"unlabelled", e.unlabelled},
-                {"true_pages", e.truePages},
-                {"reported_pages", e.reportedPages},
-                {"web_pages", e.webPages},
-                {"counted_pages", e.countedPages},
-                {"true_pairs", e.truePairs},
-                {"predicted_pairs", e.predictedPairs},
-                {"agreeing_pairs", e.agreeingPairs},
-                {"precision", e.Precision()},
-                {"recall", e.Recall()},
-                {"f1", e.F1()},
-                {"main_request_found", e.mainFound}};
+    const bool ok = e.Labelled();
+    auto score = [ok](double v) { return ok ? json(v) : json(nullptr); };
+    auto ms = [](double v) { return v < 0.0 ? json(nullptr) : json(v); };
+    json j{{"transactions", e.transactions},
+           {"unlabelled", e.unlabelled},
+           {"background", e.background},
+           {"true_pages", e.truePages},
+           {"reported_pages", e.reportedPages},
+           {"web_pages", e.webPages},
+           {"counted_pages", e.countedPages},
+           {"true_pairs", e.truePairs},
+           {"predicted_pairs", e.predictedPairs},
+           {"agreeing_pairs", e.agreeingPairs},
+           {"precision", score(e.Precision())},
+           {"recall", score(e.Recall())},
+           {"f1", score(e.F1())},
+           {"page_f1_mean", score(e.PageF1Mean())},
+           {"file_f1_mean", e.files == 0 ? json(nullptr) : json(e.FileF1Mean())},
+           {"files_labelled", e.files},
+           {"main_request_found", e.mainFound},
+           {"main_request_recall", score(e.MainRecall())},
+           {"pages_split", e.split},
+           {"pages_merged", e.merged}};
+    json delay = json::object();
+    const std::pair<const char *, DelayStats> kinds[] = {{"on_load", e.Delay(true)},
+                                                         {"on_load_measured", e.Delay(true, true)},
+                                                         {"on_content_load", e.Delay(false)}};
+    for (const auto &kind : kinds) {
+        const DelayStats &d = kind.second;
+        json stats{{"pages", d.pages}};
+        stats["median_abs_error_ms"] = d.pages == 0 ? json(nullptr) : json(d.medianMs);
+        stats["p90_abs_error_ms"] = d.pages == 0 ? json(nullptr) : json(d.p90Ms);
+        stats["share_within_20pct"] = d.pages == 0 ? json(nullptr) : json(d.within20);
+        delay[kind.first] = stats;
+    }
+    j["page_delay"] = delay;
+    if (withPages) {
+        json pages = json::array();
+        for (const TruePageScore &p : e.pages) {
+            pages.push_back({{"id", p.id},
+                             {"title", p.title},
+                             {"transactions", p.transactions},
+                             {"on_best_page", p.overlap},
+                             {"best_page_size", p.bestSize},
+                             {"f1", p.F1()},
+                             {"pages_opened", p.opened},
+                             {"main_request_found", p.mainFound},
+                             {"split", p.split()},
+                             {"merged", p.merged},
+                             {"page_delay_ms", ms(p.delayMs)},
+                             {"cause", p.delayMs < 0.0 ? json(nullptr) : json(p.cause)},
+                             {"on_content_load_ms", ms(p.onContentLoadMs)},
+                             {"on_load_ms", ms(p.onLoadMs)}});
+        }
+        j["pages"] = pages;
+    }
+    return j;
 }
 
 // Times are integers of nanoseconds on the trace's clock (`_ns`), the DNS
@@ -289,7 +334,7 @@ void WriteSession(std::ostream &out, const SessionReport &s, const ReportOptions
         holes.emplace_back("events", [&](std::ostream &o, const std::string &in) { WriteEvents(o, s, in); });
     }
     if (options.eval) {
-        j["eval"] = EvalJson(s.eval);
+        j["eval"] = EvalJson(s.eval, true);
     }
     WriteDoc(out, j, indent, holes);
 }
@@ -315,7 +360,7 @@ void WriteJson(std::ostream &out, const std::vector<SessionReport> &sessions, co
                  {"skipped", SkippedTotal(sessions)},
                  {"not_replayed", unreadable}};
     if (options.eval) {
-        summary["eval"] = EvalJson(total);
+        summary["eval"] = EvalJson(total, false);
     }
     json doc{{"schema_version", kJsonSchemaVersion},
              {"generator", std::string("orvane-replay ") + ORVANE_VERSION},

@@ -92,40 +92,125 @@ void WriteSummary(std::ostream &out, const SessionReport &s)
     out << "; library ERROR lines: " << r.libraryErrors << "\n";
 }
 
+std::string Score(bool defined, double v) { return defined ? Fixed(v, 3) : "n/a"; }
+
+std::string BaseName(const std::string &file)
+{
+    const size_t slash = file.find_last_of('/');
+    return slash == std::string::npos ? file : file.substr(slash + 1);
+}
+
+constexpr const char *kEvalDefinitions = R"(  TX: replayed transactions with a page label (and mixed-in background ones).
+  TRUE: the recording's pages.
+  PAGES, WEB, CNT: pages the library reported, of them web pages, of them
+  counted. PREC, REC, F1: over pairs of transactions, a pair being on one page
+  in the recording, in the library's grouping, or both (a request without a
+  page stands alone; with no pair on a side that side scores 1). PAGE_F1: mean
+  over true pages of 2|T&L|/(|T|+|L|), L the library page holding most of the
+  true page T. MAIN: true pages whose first transaction opened a library
+  page. SPLIT: true pages whose own transactions opened two or more library
+  pages. MERGED: true pages whose first transaction joined a page opened by
+  another page's (or background) transaction. n/a: nothing labelled (JSON
+  Lines without "page", packet captures, HAR without pageref).
+)";
+
+void WriteDelays(std::ostream &out, const EvalResult &total)
+{
+    bool any = false;
+    for (const TruePageScore &p : total.pages) {
+        any = any || p.onLoadMs >= 0.0 || p.onContentLoadMs >= 0.0;
+    }
+    if (!any) {
+        return;
+    }
+    out << "\nPage delay against the browser (ms; the library page that took each true page's first transaction):\n";
+    out << "  " << std::left << std::setw(40) << "FILE" << std::setw(12) << "PAGE" << std::right << std::setw(10)
+        << "LIBRARY" << std::setw(7) << "CAUSE" << std::setw(10) << "DCL" << std::setw(10) << "ONLOAD" << std::setw(10)
+        << "ERROR" << std::setw(8) << "ERR%" << "\n";
+    auto ms = [](double v) { return v < 0.0 ? std::string("-") : Fixed(v, 0); };
+    for (const TruePageScore &p : total.pages) {
+        if (p.onLoadMs < 0.0 && p.onContentLoadMs < 0.0) {
+            continue;
+        }
+        const bool both = p.delayMs >= 0.0 && p.onLoadMs > 0.0;
+        out << "  " << std::left << std::setw(40) << Fit(BaseName(p.file), 39) << std::setw(12) << Fit(p.id, 11)
+            << std::right << std::setw(10) << ms(p.delayMs) << std::setw(7)
+            << (p.delayMs < 0.0 ? std::string("-") : std::to_string(p.cause)) << std::setw(10)
+            << ms(p.onContentLoadMs) << std::setw(10) << ms(p.onLoadMs) << std::setw(10)
+            << (both ? Fixed(p.delayMs - p.onLoadMs, 0) : "-") << std::setw(8)
+            << (both ? Fixed(100.0 * (p.delayMs - p.onLoadMs) / p.onLoadMs, 0) : "-") << "\n";
+    }
+    const struct {
+        bool onLoad, measuredOnly;
+        const char *what;
+    } lines[] = {{true, false, "onLoad"},
+                 {true, true, "onLoad, cause 2001 left out"},
+                 {false, false, "onContentLoad"}};
+    for (const auto &line : lines) {
+        const DelayStats d = total.Delay(line.onLoad, line.measuredOnly);
+        out << "  against " << line.what << ": " << d.pages << " pages";
+        if (d.pages != 0) {
+            out << ", median |error| " << Fixed(d.medianMs, 0) << " ms, 90th percentile " << Fixed(d.p90Ms, 0)
+                << " ms, within 20 %: " << Fixed(100.0 * d.within20, 0) << " %";
+        }
+        out << "\n";
+    }
+    out << "  LIBRARY: the page delay, from the page's first time (the DNS look-up's begin when the first request\n"
+           "  follows it by less than 10 s, else the first request's begin or its flow's SYN up to 5 s before it)\n"
+           "  to the end of the page's last message; a page closed with fewer responses than requests reports its\n"
+           "  quiet time instead (cause 2001). DCL, ONLOAD: the browser's onContentLoad and onLoad, from the\n"
+           "  page's start. ERROR: LIBRARY - ONLOAD.\n";
+}
+
 void WriteEval(std::ostream &out, const std::vector<SessionReport> &sessions)
 {
-    out << "\nGrouping against the recording's own pages (pairs of transactions on one page):\n";
+    out << "\nGrouping against the recording's own pages:\n";
     out << "  " << std::left << std::setw(46) << "FILE" << std::right << std::setw(6) << "TX" << std::setw(6)
         << "TRUE" << std::setw(7) << "PAGES" << std::setw(5) << "WEB" << std::setw(5) << "CNT" << std::setw(7)
-        << "PREC" << std::setw(7) << "REC" << std::setw(7) << "F1" << std::setw(9) << "MAIN\n";
+        << "PREC" << std::setw(7) << "REC" << std::setw(7) << "F1" << std::setw(9) << "PAGE_F1" << std::setw(8)
+        << "MAIN" << std::setw(7) << "SPLIT" << std::setw(8) << "MERGED" << "\n";
     EvalResult total;
     auto row = [&out](const std::string &name, const EvalResult &e) {
+        const bool ok = e.Labelled();
         out << "  " << Fit(name, 45) << ' ' << std::right << std::setw(6) << e.transactions
             << std::setw(6) << e.truePages << std::setw(7) << e.reportedPages << std::setw(5) << e.webPages
-            << std::setw(5) << e.countedPages << std::setw(7) << Fixed(e.Precision(), 3) << std::setw(7)
-            << Fixed(e.Recall(), 3) << std::setw(7) << Fixed(e.F1(), 3) << std::setw(8)
-            << (std::to_string(e.mainFound) + "/" + std::to_string(e.truePages)) << "\n";
+            << std::setw(5) << e.countedPages << std::setw(7) << Score(ok, e.Precision()) << std::setw(7)
+            << Score(ok, e.Recall()) << std::setw(7) << Score(ok, e.F1()) << std::setw(9)
+            << Score(ok, e.PageF1Mean()) << std::setw(8)
+            << (ok ? std::to_string(e.mainFound) + "/" + std::to_string(e.truePages) : "n/a") << std::setw(7)
+            << e.split << std::setw(8) << e.merged << "\n";
     };
-    size_t rows = 0;
+    size_t rows = 0, unscored = 0;
     for (const SessionReport &s : sessions) {
         if (!s.trace->fatal.empty() || !s.result.setupError.empty()) {
             continue;
         }
-        std::string name = s.trace->file;
-        const size_t slash = name.find_last_of('/');
-        if (slash != std::string::npos) {
-            name = name.substr(slash + 1);
-        }
-        row(name, s.eval);
+        unscored += s.eval.Labelled() ? 0 : 1;
+        row(BaseName(s.trace->file), s.eval);
         total.Add(s.eval);
         ++rows;
     }
     if (rows > 1) {
         row("TOTAL (pairs summed)", total);
     }
+    if (!total.Labelled()) {
+        out << "  n/a: no replayed transaction carries a page label, so there is nothing to score against.\n";
+    } else if (unscored != 0) {
+        out << "  n/a: " << unscored << " file(s) carry no page label at all and are not scored.\n";
+    }
+    if (total.Labelled() && rows > 1) {
+        out << "  F1 mean over " << total.files << " labelled files " << Fixed(total.FileF1Mean(), 3) << ", over "
+            << total.truePages << " true pages " << Fixed(total.PageF1Mean(), 3) << "; main request recall "
+            << Fixed(total.MainRecall(), 3) << "\n";
+    }
     if (total.unlabelled != 0) {
         out << "  " << total.unlabelled << " replayed transactions carry no page label and are left out.\n";
     }
+    if (total.background != 0) {
+        out << "  " << total.background << " background transactions (mixed in, of no page) are scored as standing alone.\n";
+    }
+    out << kEvalDefinitions;
+    WriteDelays(out, total);
 }
 
 }  // namespace
