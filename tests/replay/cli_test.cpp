@@ -330,12 +330,16 @@ TEST_F(Cli, MixesOfRecordings)
     const fs::path sample = Write("s.jsonl", Exec("--sample").out);
     const fs::path svg = dir_ / "curve.svg";
     const std::string twice = " '" + sample.string() + "' '" + sample.string() + "'";
-    const Outcome curve = Exec("--mix-curve --mix-svg '" + svg.string() + "'" + twice);
+    const fs::path page = dir_ / "curve.html";
+    const Outcome curve = Exec("--mix-curve --mix-svg '" + svg.string() + "' --html '" + page.string() + "'" + twice);
     ASSERT_EQ(curve.status, 0) << curve.err;
     EXPECT_NE(curve.out.find("apart"), std::string::npos) << curve.out;
     const std::string plot = Slurp(svg);
     EXPECT_EQ(plot.rfind("<svg xmlns=", 0), 0u);
     EXPECT_EQ(plot.find("href"), std::string::npos) << "self-contained";
+    const std::string html = Slurp(page);  // the table and the same plot
+    EXPECT_NE(html.find("<pre>"), std::string::npos);
+    EXPECT_NE(html.find(plot), std::string::npos);
 
     const Outcome one = Exec("--mix 0.5 --seed 9 --eval --json" + twice);
     ASSERT_EQ(one.status, 0) << one.err;

@@ -69,6 +69,7 @@ options:
   --mix-curve       score mixes of the FILEs at overlap 0, 0.25, 0.5, 0.75 and
                     1 (5 seeds each) against each FILE alone, print the table
   --mix-svg FILE    with --mix-curve: also plot it as a self-contained SVG
+                    (with --html FILE: the table and the plot as a page)
   --seed N          the mixes' seed (default 1): the same seed, the same mix
   --background N    background transactions per minute in mixes (default 6)
   --tune FILE       search the threshold table on the labelled FILEs
@@ -363,13 +364,21 @@ int Run(int argc, char **argv)
             } else {
                 WriteMixCurveText(std::cout, points);
             }
-            if (!options.mixSvg.empty()) {
-                std::ofstream svg(options.mixSvg, std::ios::binary);
-                if (svg) {
-                    WriteMixCurveSvg(svg, points);
+            // --mix-svg: the plot alone; --html: the table and the plot as a page.
+            const struct {
+                const std::string &file;
+                void (*write)(std::ostream &, const std::vector<CurvePoint> &);
+            } outputs[] = {{options.mixSvg, WriteMixCurveSvg}, {options.html, WriteMixCurveHtml}};
+            for (const auto &output : outputs) {
+                if (output.file.empty()) {
+                    continue;
                 }
-                if (!svg) {
-                    std::cerr << "orvane-replay: cannot write " << options.mixSvg << "\n";
+                std::ofstream file(output.file, std::ios::binary);
+                if (file) {
+                    output.write(file, points);
+                }
+                if (!file) {
+                    std::cerr << "orvane-replay: cannot write " << output.file << "\n";
                     return kExitOutput;
                 }
             }

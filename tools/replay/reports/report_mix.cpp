@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <iomanip>
+#include <sstream>
 #include <string>
 
 namespace replay {
@@ -137,6 +138,24 @@ void WriteMixCurveSvg(std::ostream &out, const std::vector<CurvePoint> &points)
         << ly << "\" stroke=\"#444\" stroke-dasharray=\"4 3\"/><text x=\"" << kLeft + plotW + 34 << "\" y=\""
         << ly + 4 << "\">each recording alone</text>\n";
     out << "</svg>\n";
+}
+
+void WriteMixCurveHtml(std::ostream &out, const std::vector<CurvePoint> &points)
+{
+    std::ostringstream table;
+    WriteMixCurveText(table, points);
+    std::string text;
+    for (char c : table.str()) {
+        text += c == '&' ? std::string("&amp;") : c == '<' ? std::string("&lt;") : c == '>' ? std::string("&gt;")
+                                                                                            : std::string(1, c);
+    }
+    out << "<!DOCTYPE html>\n<html lang=\"en\"><head><meta charset=\"utf-8\">"
+           "<title>Grouping as pages interleave</title>"
+           "<style>body{font-family:sans-serif;margin:20px;color:#222}pre{font-size:13px}</style></head><body>\n"
+           "<h1>Grouping as pages interleave</h1>\n<pre>"
+        << text << "</pre>\n";
+    WriteMixCurveSvg(out, points);
+    out << "</body></html>\n";
 }
 
 }  // namespace replay

@@ -15,6 +15,8 @@ namespace replay {
 void WriteMixCurveText(std::ostream &out, const std::vector<CurvePoint> &points);
 nlohmann::json MixCurveJson(const std::vector<CurvePoint> &points);
 void WriteMixCurveSvg(std::ostream &out, const std::vector<CurvePoint> &points);
+// The table and the plot in one self-contained page (--mix-curve --html).
+void WriteMixCurveHtml(std::ostream &out, const std::vector<CurvePoint> &points);
 
 }  // namespace replay
 
