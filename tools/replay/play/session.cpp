@@ -41,18 +41,19 @@ SessionReport Unreadable(const std::string &file, const std::string &why)
     return report;
 }
 
-SessionReport ReplayHar(const std::string &file, const std::string &text, const SessionOptions &options,
-                        const IssueSink &onIssue)
+// A trace read whole (HAR, capture): its problems reported, then replayed.
+SessionReport ReplayWhole(Trace read, const char *listName, const SessionOptions &options, const IssueSink &onIssue)
 {
     SessionReport report;
-    report.trace = std::make_unique<Trace>(ReadHar(file, text, options.read));
+    report.trace = std::make_unique<Trace>(std::move(read));
     const Trace &trace = *report.trace;
+    const std::string &file = trace.file;
     for (const Issue &issue : trace.skipped) {
         onIssue(file, issue);
     }
     if (trace.skippedCount > trace.skipped.size()) {
-        onIssue(file, {"log.entries", std::to_string(trace.skippedCount - trace.skipped.size()) +
-                                          " more bad entries not listed"});
+        onIssue(file, {listName, std::to_string(trace.skippedCount - trace.skipped.size()) +
+                                     " more bad entries not listed"});
     }
     if (trace.fatal.empty()) {
         report.result = Replay(trace, options.replay);
@@ -63,17 +64,48 @@ SessionReport ReplayHar(const std::string &file, const std::string &text, const 
     return report;
 }
 
-SessionReport ReplayStream(const std::string &file, std::istream &in, Format format, const SessionOptions &options,
-                           const IssueSink &onIssue)
+bool HasContent(const std::string &line) { return line.find_first_not_of(" \t\r\n") != std::string::npos; }
+
+// sniff: the user left the format open, so a capture's magic number decides
+// over the file name.
+SessionReport ReplayStream(const std::string &file, std::istream &in, Format format, bool sniff,
+                           const SessionOptions &options, const IssueSink &onIssue)
 {
     std::vector<std::string> head;
+    if (sniff || format == Format::kCapture) {
+        std::string magic(4, '\0');
+        in.read(&magic[0], static_cast<std::streamsize>(magic.size()));
+        magic.resize(static_cast<size_t>(in.gcount()));
+        if (in.bad()) {
+            return Unreadable(file, "cannot read the file");
+        }
+        if (format == Format::kCapture || LooksLikeCapture(magic)) {
+            std::ostringstream bytes;
+            bytes << magic;
+            if (in.peek() != std::char_traits<char>::eof()) {
+                bytes << in.rdbuf();
+            }
+            if (in.bad()) {
+                return Unreadable(file, "cannot read the file");
+            }
+            return ReplayWhole(ReadCapture(file, bytes.str(), options.read), "packets", options, onIssue);
+        }
+        // Not a capture: the bytes taken begin the first lines.
+        in.clear();
+        if (!magic.empty() && magic.back() != '\n') {
+            std::string rest;
+            std::getline(in, rest);
+            magic += rest + "\n";
+        }
+        std::istringstream lines(magic);
+        for (std::string line; std::getline(lines, line);) {
+            head.push_back(line);
+        }
+    }
     if (format == Format::kAuto) {
         std::string line;
-        while (std::getline(in, line)) {
+        while ((head.empty() || !HasContent(head.back())) && std::getline(in, line)) {
             head.push_back(line);
-            if (line.find_first_not_of(" \t\r\n") != std::string::npos) {
-                break;
-            }
         }
         format = !head.empty() && LooksLikeHar(head.back()) ? Format::kHar : Format::kJsonl;
     } else {
@@ -93,7 +125,7 @@ SessionReport ReplayStream(const std::string &file, std::istream &in, Format for
     if (in.bad()) {
         return Unreadable(file, "cannot read the file");
     }
-    return ReplayHar(file, text.str(), options, onIssue);
+    return ReplayWhole(ReadHar(file, text.str(), options.read), "log.entries", options, onIssue);
 }
 
 }  // namespace
@@ -101,7 +133,8 @@ SessionReport ReplayStream(const std::string &file, std::istream &in, Format for
 SessionReport ReplayFile(const std::string &path, const SessionOptions &options, const IssueSink &onIssue)
 {
     if (path == "-") {
-        return ReplayStream("(standard input)", std::cin, options.format, options, onIssue);
+        return ReplayStream("(standard input)", std::cin, options.format, options.format == Format::kAuto, options,
+                            onIssue);
     }
     std::ifstream in(path, std::ios::binary);
     if (!in) {
@@ -112,8 +145,11 @@ SessionReport ReplayFile(const std::string &path, const SessionOptions &options,
         format = Format::kHar;
     } else if (format == Format::kAuto && (EndsWith(path, ".jsonl") || EndsWith(path, ".ndjson"))) {
         format = Format::kJsonl;
+    } else if (format == Format::kAuto && (EndsWith(path, ".pcap") || EndsWith(path, ".pcapng") ||
+                                           EndsWith(path, ".cap"))) {
+        format = Format::kCapture;
     }
-    return ReplayStream(path, in, format, options, onIssue);
+    return ReplayStream(path, in, format, options.format == Format::kAuto, options, onIssue);
 }
 
 SessionReport ReplaySample(const SessionOptions &options, const IssueSink &onIssue)
