@@ -84,9 +84,9 @@ struct Issue {
 };
 
 // A flow in a packet capture the daemon could not decode and so never fed:
-// TLS, another protocol over TCP, UDP other than DNS (QUIC and the like).
+// TLS, another protocol over TCP, QUIC (UDP to port 443).
 struct UndecodedFlow {
-    std::string kind;            // "TLS", "HTTP/2", "TCP", "QUIC" or "UDP"
+    std::string kind;            // "TLS", "HTTP/2", "TCP" or "QUIC"
     std::string client, server;  // address:port
     std::string sni;             // TLS server name, when the ClientHello carried one
     uint64_t begin = 0;          // first packet, ns on the trace's clock

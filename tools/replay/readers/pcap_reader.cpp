@@ -125,12 +125,15 @@ void ReadUdp(const Tins::PDU &ip, const Tins::UDP &udp, uint64_t ns, DnsTimer *d
         }
         return;
     }
+    if (udp.sport() != kHttpsPort && udp.dport() != kHttpsPort) {
+        return;  // broadcast and local services: no browsing a daemon could decode
+    }
     auto it = flows->index.find(dst.Text() + ">" + src.Text());
     if (it == flows->index.end()) {
         it = flows->index.emplace(src.Text() + ">" + dst.Text(), trace->undecoded.size()).first;
         if (it->second == trace->undecoded.size()) {
             UndecodedFlow flow;
-            flow.kind = src.port == kHttpsPort || dst.port == kHttpsPort ? "QUIC" : "UDP";
+            flow.kind = "QUIC";
             flow.client = src.Text();
             flow.server = dst.Text();
             flow.begin = ns;

@@ -215,6 +215,12 @@ size_t FindMessageStart(const std::string &text, bool request)
 
 uint16_t Be16(const uint8_t *p) { return static_cast<uint16_t>(p[0] << 8 | p[1]); }
 
+bool IsTlsRecord(const uint8_t *data, size_t size)
+{
+    // handshake, change cipher spec, alert or application data; TLS 1.x
+    return size >= 3 && data[0] >= 0x14 && data[0] <= 0x17 && data[1] == 0x03;
+}
+
 }  // namespace
 
 std::string ClientHelloSni(const uint8_t *data, size_t size)
@@ -295,7 +301,7 @@ void HttpConversation::Sniff(const uint8_t *data, size_t size)
         head_.append(reinterpret_cast<const char *>(data), std::min(size, kMaxHello - std::min(kMaxHello, head_.size())));
     }
     const auto *bytes = reinterpret_cast<const uint8_t *>(head_.data());
-    if (head_.size() >= 3 && bytes[0] == 0x16 && bytes[1] == 0x03) {
+    if (IsTlsRecord(bytes, head_.size())) {
         kind_ = FlowKind::kTls;
         const size_t record = head_.size() >= 5 ? 5 + Be16(bytes + 3) : kMaxHello;
         if (head_.size() >= std::min(record, kMaxHello)) {
@@ -321,6 +327,15 @@ void HttpConversation::Sniff(const uint8_t *data, size_t size)
 void HttpConversation::Data(bool fromClient, const uint8_t *data, size_t size, uint64_t ns, size_t packet)
 {
     bytes_ += size;
+    if (conn_->partial && bytes_ == size) {
+        // Joined mid-way: the first sender seen may be the server.
+        const std::string first(reinterpret_cast<const char *>(data), std::min<size_t>(size, 1024));
+        if (fromClient ? MessageStartsAt(first, 0, false) : MessageStartsAt(first, 0, true)) {
+            swapped_ = true;
+            std::swap(conn_->client, conn_->server);
+        }
+    }
+    fromClient = fromClient != swapped_;
     Side &side = side_[fromClient ? 1 : 0];
     side.now = ns;
     side.packet = packet;
@@ -333,8 +348,8 @@ void HttpConversation::Data(bool fromClient, const uint8_t *data, size_t size, u
             Sniff(data, size);
             return;
         }
-        if (size >= 3 && data[0] == 0x16 && data[1] == 0x03) {
-            kind_ = FlowKind::kTls;  // a ServerHello: the capture missed the client's
+        if (IsTlsRecord(data, size)) {
+            kind_ = FlowKind::kTls;  // the capture missed the client's hello
             return;
         }
         // The server speaks first, or the client's bytes were not captured.
@@ -391,6 +406,7 @@ void HttpConversation::Feed(Side &side, const uint8_t *data, size_t size)
 
 void HttpConversation::Gap(bool fromClient, uint64_t)
 {
+    fromClient = fromClient != swapped_;
     Side &side = side_[fromClient ? 1 : 0];
     if (kind_ == FlowKind::kTls && fromClient && !head_.empty()) {
         sni_ = ClientHelloSni(reinterpret_cast<const uint8_t *>(head_.data()), head_.size());

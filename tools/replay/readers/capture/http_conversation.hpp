@@ -75,6 +75,7 @@ private:
     std::string head_;  // the client's first bytes, until the protocol is known
     std::string sni_;
     uint64_t bytes_ = 0;
+    bool swapped_ = false;  // the follower took the server for the client
     Side side_[2];          // [0] server to client, [1] client to server
 };
 
