@@ -17,8 +17,7 @@ constexpr size_t kMaxTarget = 16384;
 constexpr size_t kMaxHeader = 8192;
 // Bytes kept while looking for the next message start after a loss.
 constexpr size_t kMaxCarry = 8192;
-// The client's first bytes kept to name the protocol and read a TLS SNI.
-constexpr size_t kSniffBytes = 24;
+// The client's first bytes kept to read a TLS server name.
 constexpr size_t kMaxHello = 16384;
 
 Side &SideOf(http_parser *p) { return *static_cast<Side *>(p->data); }
@@ -121,11 +120,12 @@ struct ParserHooks {
             return 0;
         }
         m->status = p->status_code;
+        // No body follows, whatever Content-Length says: interim answers,
+        // 204, 304, and any answer to HEAD.
         const HttpMessage *request = RequestFor(side, side.owner->Requests());
-        if (request != nullptr && request->method == "HEAD") {
-            return 1;  // no body follows
-        }
-        return 0;
+        const bool bodiless = (m->status >= 100 && m->status < 200 && m->status != 101) || m->status == 204 ||
+                              m->status == 304 || (request != nullptr && request->method == "HEAD");
+        return bodiless ? 1 : 0;
     }
 
     static int OnBody(http_parser *p, const char *, size_t length)
@@ -295,10 +295,12 @@ void HttpConversation::CutCurrent(Side &side)
     side.current = -1;
 }
 
-void HttpConversation::Sniff(const uint8_t *data, size_t size)
+void HttpConversation::Sniff(const uint8_t *data, size_t size, uint64_t ns, size_t packet)
 {
     if (size != 0) {
-        head_.append(reinterpret_cast<const char *>(data), std::min(size, kMaxHello - std::min(kMaxHello, head_.size())));
+        const size_t take = std::min(size, kMaxHello - std::min(kMaxHello, head_.size()));
+        head_.append(reinterpret_cast<const char *>(data), take);
+        headChunks_.push_back({take, ns, packet});
     }
     const auto *bytes = reinterpret_cast<const uint8_t *>(head_.data());
     if (IsTlsRecord(bytes, head_.size())) {
@@ -307,21 +309,38 @@ void HttpConversation::Sniff(const uint8_t *data, size_t size)
         if (head_.size() >= std::min(record, kMaxHello)) {
             sni_ = ClientHelloSni(bytes, head_.size());
             head_.clear();
-            head_.shrink_to_fit();
+            headChunks_.clear();
         }
         return;
     }
-    if (head_.size() < kSniffBytes && size != 0 && head_.find('\n') == std::string::npos) {
-        return;  // too little yet to tell
+    // Too few bytes yet to tell a TLS record or the HTTP/2 preface.
+    static const std::string kPreface = "PRI * HTTP/2.0";
+    const size_t n = std::min(head_.size(), kPreface.size());
+    const bool maybeTls = head_.size() < 3 && bytes[0] >= 0x14 && bytes[0] <= 0x17 && (n < 2 || bytes[1] == 0x03);
+    const bool maybePreface = head_.compare(0, n, kPreface, 0, n) == 0;
+    if (size != 0 && (maybeTls || (maybePreface && n < kPreface.size()))) {
+        return;
     }
-    if (head_.rfind("PRI * HTTP/2.0", 0) == 0) {
+    if (maybePreface && n == kPreface.size()) {
         kind_ = FlowKind::kHttp2;
         return;
     }
     kind_ = FlowKind::kHttp;  // until the parser says otherwise
     std::string first;
     first.swap(head_);
-    Feed(side_[1], reinterpret_cast<const uint8_t *>(first.data()), first.size());
+    std::vector<HeadChunk> chunks;
+    chunks.swap(headChunks_);
+    size_t at = 0;
+    // Each piece read at its own time: a message begins when its first byte came.
+    for (const HeadChunk &chunk : chunks) {
+        if (kind_ != FlowKind::kHttp) {
+            break;
+        }
+        side_[1].now = chunk.ns;
+        side_[1].packet = chunk.packet;
+        Feed(side_[1], reinterpret_cast<const uint8_t *>(first.data() + at), chunk.size);
+        at += chunk.size;
+    }
 }
 
 void HttpConversation::Data(bool fromClient, const uint8_t *data, size_t size, uint64_t ns, size_t packet)
@@ -340,12 +359,12 @@ void HttpConversation::Data(bool fromClient, const uint8_t *data, size_t size, u
     side.now = ns;
     side.packet = packet;
     if (kind_ == FlowKind::kTls && !head_.empty() && fromClient) {
-        Sniff(data, size);
+        Sniff(data, size, ns, packet);
         return;
     }
     if (kind_ == FlowKind::kUnknown) {
         if (fromClient) {
-            Sniff(data, size);
+            Sniff(data, size, ns, packet);
             return;
         }
         if (IsTlsRecord(data, size)) {
@@ -365,9 +384,13 @@ void HttpConversation::Feed(Side &side, const uint8_t *data, size_t size)
     const char *text = reinterpret_cast<const char *>(data);
     std::string joined;
     if (side.resync) {
+        // A message starts at a line start, and after a loss most often
+        // right at a segment's first byte.
         joined = side.carry;
+        const size_t fresh = joined.size();
         joined.append(text, size);
-        const size_t start = FindMessageStart(joined, side.client);
+        const size_t start =
+            MessageStartsAt(joined, fresh, side.client) ? fresh : FindMessageStart(joined, side.client);
         if (start == std::string::npos) {
             side.carry = joined.substr(joined.size() - std::min(joined.size(), kMaxCarry));
             return;
@@ -420,7 +443,7 @@ void HttpConversation::Gap(bool fromClient, uint64_t)
 void HttpConversation::Close(uint64_t)
 {
     if (kind_ == FlowKind::kUnknown && !head_.empty()) {
-        Sniff(nullptr, 0);  // decide on the few bytes there are
+        Sniff(nullptr, 0, 0, 0);  // decide on the few bytes there are
     }
     if (kind_ == FlowKind::kTls && !head_.empty()) {
         sni_ = ClientHelloSni(reinterpret_cast<const uint8_t *>(head_.data()), head_.size());

@@ -65,14 +65,22 @@ public:
     };
 
 private:
-    void Sniff(const uint8_t *data, size_t size);
+    void Sniff(const uint8_t *data, size_t size, uint64_t ns, size_t packet);
     void Feed(Side &side, const uint8_t *data, size_t size);
     void Restart(Side &side);
     void CutCurrent(Side &side);
 
     std::shared_ptr<Connection> conn_;
     FlowKind kind_ = FlowKind::kUnknown;
-    std::string head_;  // the client's first bytes, until the protocol is known
+    // The client's first bytes, until the protocol is known, and when each
+    // piece came.
+    struct HeadChunk {
+        size_t size;
+        uint64_t ns;
+        size_t packet;
+    };
+    std::string head_;
+    std::vector<HeadChunk> headChunks_;
     std::string sni_;
     uint64_t bytes_ = 0;
     bool swapped_ = false;  // the follower took the server for the client
