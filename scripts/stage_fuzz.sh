@@ -13,9 +13,12 @@ CC=clang CXX=clang++ cmake -G Ninja -S "$root" -B "$out" -DCMAKE_BUILD_TYPE=RelW
   -DORVANE_FUZZ=ON -DORVANE_SANITIZE=address,undefined \
   -DORVANE_BUILD_TESTS=OFF -DORVANE_BUILD_TOOLS=OFF >/dev/null
 cmake --build "$out" --target webpage_fuzz ott_fuzz
+# The replay tool's capture reader: TCP reassembly and HTTP/1.x reading.
+capture_targets="capture_tcp capture_http"
+cmake --build "$out" --target capture_tcp_fuzz capture_http_fuzz
 
 status=0
-for target in webpage ott; do
+for target in webpage ott $capture_targets; do
   corpus="$out/corpus/$target"
   artifacts="$out/artifacts/$target"
   rm -rf "$corpus"

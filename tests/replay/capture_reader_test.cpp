@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "capture_builder.hpp"
+#include "capture_fuzz_driver.hpp"
 #include "report.hpp"
 #include "session.hpp"
 #include "trace.hpp"
@@ -293,6 +294,24 @@ TEST(CaptureReader, ReplaysFromAFileByItsMagicNumber)
     ASSERT_EQ(r.result.pages.size(), 1u);
     EXPECT_EQ(r.result.pages.All()[0].host, "www.example.com");
     EXPECT_EQ(r.result.pages.All()[0].requests, 1u);
+}
+
+// What the fuzzers found stays fixed: their corpus replays cleanly.
+TEST(CaptureReader, FuzzCorpusKeepsTheInvariants)
+{
+    namespace fs = std::filesystem;
+    const fs::path corpus = fs::path(__FILE__).parent_path() / ".." / ".." / "fuzz" / "corpus";
+    size_t inputs = 0;
+    for (const auto &[dir, run] : {std::pair{"capture_tcp", &orvane_fuzz::RunCaptureTcpProgram},
+                                   std::pair{"capture_http", &orvane_fuzz::RunCaptureHttpProgram}}) {
+        for (const auto &entry : fs::directory_iterator(corpus / dir)) {
+            std::ifstream in(entry.path(), std::ios::binary);
+            const std::string bytes((std::istreambuf_iterator<char>(in)), {});
+            EXPECT_EQ(run(reinterpret_cast<const uint8_t *>(bytes.data()), bytes.size()), "") << entry.path();
+            ++inputs;
+        }
+    }
+    EXPECT_GE(inputs, 8u);
 }
 
 // A shared real capture: the 303 redirect and what follows it make one page.

@@ -114,7 +114,7 @@ struct ParserHooks {
             return 0;
         }
         m->headersDone = true;
-        m->end = side.now;
+        m->end = std::max(m->end, side.now);
         if (side.client) {
             m->method = http_method_str(static_cast<http_method>(p->method));
             return 0;
@@ -133,7 +133,7 @@ struct ParserHooks {
         Side &side = SideOf(p);
         if (HttpMessage *m = Current(side)) {
             m->bodySize += static_cast<int64_t>(length);
-            m->end = side.now;
+            m->end = std::max(m->end, side.now);
         }
         return 0;
     }
@@ -146,7 +146,7 @@ struct ParserHooks {
         if (m == nullptr) {
             return 0;
         }
-        m->end = side.now;
+        m->end = std::max(m->end, side.now);
         m->complete = true;
         m->byClose = side.atClose;
         // An interim answer (100 Continue, 103 Early Hints) is not the
