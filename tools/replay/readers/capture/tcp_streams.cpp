@@ -118,9 +118,12 @@ std::shared_ptr<Connection> TcpStreams::Track(const Tins::PDU &ip, const Tins::T
 
 void TcpStreams::Packet(Tins::PDU &ip, uint64_t ns, size_t number)
 {
-    for (auto it = live_.begin(); it != live_.end();) {
-        it = it->second->ended ? live_.erase(it) : std::next(it);
+    // The follower has dropped these streams by now; a new one may take
+    // the same address.
+    for (const Stream *stream : ended_) {
+        live_.erase(stream);
     }
+    ended_.clear();
     now_ = ns;
     packet_ = number;
     const auto *tcp = ip.find_pdu<Tins::TCP>();
@@ -250,6 +253,7 @@ void TcpStreams::End(Stream &stream)
     FlushHeld(live, true);
     FlushHeld(live, false);
     live.ended = true;
+    ended_.push_back(&stream);
     live.sink->Close(now_);
 }
 

@@ -10,6 +10,7 @@
 #include <memory>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 #include <tins/tcp_ip/stream_follower.h>
 
@@ -83,6 +84,7 @@ private:
     // SYN until the follower hands the stream over.
     std::unordered_map<std::string, std::shared_ptr<Connection>> byTuple_;
     std::map<const Tins::TCPIP::Stream *, std::unique_ptr<Live>> live_;
+    std::vector<const Tins::TCPIP::Stream *> ended_;  // closed, dropped before the next packet
     size_t nextId_ = 1;
     uint64_t now_ = 0;
     size_t packet_ = 0;
