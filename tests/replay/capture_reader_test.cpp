@@ -282,61 +282,64 @@ TEST(CaptureReader, HostilePacketsAreCountedNotFatal)
 }
 
 // From the file on disk through the library: the format found by the magic
-// number, whatever the name says.
+// number, whatever the name says; a file that is no trace gets one line.
 TEST(CaptureReader, ReplaysFromAFileByItsMagicNumber)
 {
-    const std::filesystem::path path =
-        std::filesystem::temp_directory_path() / ("orvane-capture-" + std::to_string(::getpid()) + ".har");
-    std::ofstream(path, std::ios::binary) << PcapFile(kSll, SimplePage("10.0.0.2", "93.184.216.34").Packets());
-    const SessionReport r = ReplayFile(path.string(), {}, [](const std::string &, const Issue &) {});
-    std::filesystem::remove(path);
+    const std::filesystem::path dir = std::filesystem::temp_directory_path();
+    const std::string pid = std::to_string(::getpid());
+    const std::filesystem::path capture = dir / ("orvane-capture-" + pid + ".har");
+    const std::filesystem::path notes = dir / ("orvane-capture-" + pid + ".md");
+    std::ofstream(capture, std::ios::binary) << PcapFile(kSll, SimplePage("10.0.0.2", "93.184.216.34").Packets());
+    std::ofstream(notes, std::ios::binary) << "# Notes\n\nNot a trace.\n";
+    const IssueSink ignore = [](const std::string &, const Issue &) {};
+    const SessionReport r = ReplayFile(capture.string(), {}, ignore);
+    const SessionReport text = ReplayFile(notes.string(), {}, ignore);
+    SessionOptions forced;
+    forced.format = Format::kCapture;
+    const SessionReport forcedText = ReplayFile(notes.string(), forced, ignore);
+    std::filesystem::remove(capture);
+    std::filesystem::remove(notes);
     EXPECT_EQ(r.trace->format, "pcap");
     ASSERT_EQ(r.result.pages.size(), 1u);
     EXPECT_EQ(r.result.pages.All()[0].host, "www.example.com");
     EXPECT_EQ(r.result.pages.All()[0].requests, 1u);
+    EXPECT_NE(text.trace->fatal.find("not a recorded session"), std::string::npos) << text.trace->fatal;
+    EXPECT_NE(forcedText.trace->fatal.find("not a packet capture"), std::string::npos) << forcedText.trace->fatal;
 }
 
-// What the fuzzers found stays fixed: their corpus replays cleanly.
-TEST(CaptureReader, FuzzCorpusKeepsTheInvariants)
+// Shared real captures: a page load and its sub-requests on one page.
+TEST(CaptureReader, SharedCapturesGroupTheirPageLoads)
 {
-    namespace fs = std::filesystem;
-    const fs::path corpus = fs::path(__FILE__).parent_path() / ".." / ".." / "fuzz" / "corpus";
-    size_t inputs = 0;
-    for (const auto &[dir, run] : {std::pair{"capture_tcp", &orvane_fuzz::RunCaptureTcpProgram},
-                                   std::pair{"capture_http", &orvane_fuzz::RunCaptureHttpProgram}}) {
-        for (const auto &entry : fs::directory_iterator(corpus / dir)) {
-            std::ifstream in(entry.path(), std::ios::binary);
-            const std::string bytes((std::istreambuf_iterator<char>(in)), {});
-            EXPECT_EQ(run(reinterpret_cast<const uint8_t *>(bytes.data()), bytes.size()), "") << entry.path();
-            ++inputs;
+    const struct {
+        const char *file;
+        size_t requests;
+        const char *host;
+        uint32_t dnsMs;
+        uint8_t counted;
+    } rows[] = {
+        {"pcap2har-pcapr.net.pcap", 42, "pcapr.net", 0, 1},             // 303 to /home, then 41 sub-requests
+        {"pcap2har-sajal.pcap", 58, "www.thaindian.com", 140, 1},       // an article and its ad hosts
+        {"pcapplusplus-sll.pcap", 2, "www.ynet.co.il", 24, 0},          // 301 then the page, cooked capture
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.file);
+        const std::filesystem::path path = std::filesystem::path(ORVANE_SHARED_DIR) / "pcap" / row.file;
+        if (!std::filesystem::exists(path)) {
+            GTEST_SKIP() << "no capture at " << path;
         }
+        const SessionReport r = ReplayFile(path.string(), {}, [](const std::string &, const Issue &) {});
+        ASSERT_TRUE(r.trace->fatal.empty());
+        EXPECT_EQ(r.result.requests, row.requests);
+        EXPECT_EQ(r.result.events, 2 * row.requests) << "every request answered";
+        ASSERT_EQ(r.result.pages.size(), 1u);
+        const PageResult page = r.result.pages.All()[0];
+        EXPECT_EQ(page.host, row.host);
+        EXPECT_EQ(page.requests, row.requests);
+        EXPECT_EQ(page.kqi.ucSuccFlag, 1);
+        EXPECT_EQ(page.kqi.ucPageFlag, row.counted);
+        EXPECT_EQ(page.kqi.uiDnsDelay, row.dnsMs);
+        EXPECT_EQ(r.trace->capture.cutTransactions, 0u);
     }
-    EXPECT_GE(inputs, 8u);
-}
-
-// A shared real capture: the 303 redirect and what follows it make one page.
-TEST(CaptureReader, SharedCapturePageLoadIsOnePage)
-{
-    const std::filesystem::path path = std::filesystem::path(ORVANE_SHARED_DIR) / "pcap" / "pcap2har-pcapr.net.pcap";
-    if (!std::filesystem::exists(path)) {
-        GTEST_SKIP() << "no capture at " << path;
-    }
-    const SessionReport r = ReplayFile(path.string(), {}, [](const std::string &, const Issue &) {});
-    ASSERT_TRUE(r.trace->fatal.empty());
-    EXPECT_EQ(r.result.requests, 42u);
-    EXPECT_EQ(r.result.events, 84u);
-    const Trace &t = *r.trace;
-    const auto redirect = std::find_if(t.events.begin(), t.events.end(),
-                                       [](const TraceEvent &ev) { return ev.status == 303; });
-    ASSERT_NE(redirect, t.events.end());
-    EXPECT_EQ(redirect->host, "pcapr.net");
-    ASSERT_EQ(r.result.pages.size(), 1u);
-    const PageResult page = r.result.pages.All()[0];
-    EXPECT_EQ(page.host, "pcapr.net");
-    EXPECT_EQ(page.requests, 42u);
-    EXPECT_EQ(page.kqi.ucPageFlag, 1) << "counted as a page view";
-    ASSERT_EQ(t.undecoded.size(), 1u);
-    EXPECT_EQ(t.undecoded[0].kind, "TLS");
 }
 
 }  // namespace

@@ -66,6 +66,15 @@ SessionReport ReplayWhole(Trace read, const char *listName, const SessionOptions
 
 bool HasContent(const std::string &line) { return line.find_first_not_of(" \t\r\n") != std::string::npos; }
 
+bool IsComment(const std::string &line)
+{
+    const size_t first = line.find_first_not_of(" \t\r\n");
+    return first != std::string::npos && line[first] == '#';
+}
+
+// Lines read to tell the format; a trace of nothing but comments is JSONL.
+constexpr size_t kMaxHeadLines = 1000;
+
 // sniff: the user left the format open, so a capture's magic number decides
 // over the file name.
 SessionReport ReplayStream(const std::string &file, std::istream &in, Format format, bool sniff,
@@ -103,11 +112,18 @@ SessionReport ReplayStream(const std::string &file, std::istream &in, Format for
         }
     }
     if (format == Format::kAuto) {
+        // The first line that is neither blank nor a JSONL comment tells;
+        // one that opens no JSON object is no trace at all.
         std::string line;
-        while ((head.empty() || !HasContent(head.back())) && std::getline(in, line)) {
+        while ((head.empty() || !HasContent(head.back()) || IsComment(head.back())) && head.size() < kMaxHeadLines &&
+               std::getline(in, line)) {
             head.push_back(line);
         }
-        format = !head.empty() && LooksLikeHar(head.back()) ? Format::kHar : Format::kJsonl;
+        const bool content = !head.empty() && HasContent(head.back()) && !IsComment(head.back());
+        if (content && head.back()[head.back().find_first_not_of(" \t\r\n")] != '{') {
+            return Unreadable(file, "not a recorded session: neither HAR, JSON Lines nor a pcap/pcapng capture");
+        }
+        format = content && LooksLikeHar(head.back()) ? Format::kHar : Format::kJsonl;
     } else {
         in.peek();  // a directory opens but cannot be read
     }
