@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <string_view>
 
 #include "text_util.hpp"
 
@@ -114,6 +115,7 @@ struct ParserHooks {
             return 0;
         }
         m->headersDone = true;
+        side.headed = true;
         m->end = std::max(m->end, side.now);
         if (side.client) {
             m->method = http_method_str(static_cast<http_method>(p->method));
@@ -177,40 +179,40 @@ const http_parser_settings &Settings()
     return settings;
 }
 
-bool StartsWith(const std::string &s, size_t at, const char *prefix)
+// Where the next message starts: a status line for responses, "METHOD
+// target HTTP/1.x" for requests. at may lie past the end.
+bool MessageStartsAt(std::string_view text, size_t at, bool request)
 {
-    return s.compare(at, std::strlen(prefix), prefix) == 0;
-}
-
-// Where the next message starts in text: a status line for responses,
-// "METHOD target HTTP/1.x" for requests, each at a line start.
-bool MessageStartsAt(const std::string &text, size_t at, bool request)
-{
-    if (!request) {
-        return StartsWith(text, at, "HTTP/1.");
+    if (at >= text.size()) {
+        return false;
     }
-    size_t i = at;
-    while (i < text.size() && i - at < 16 && text[i] >= 'A' && text[i] <= 'Z') {
+    text.remove_prefix(at);
+    if (!request) {
+        return text.substr(0, 7) == "HTTP/1.";
+    }
+    size_t i = 0;
+    while (i < text.size() && i < 16 && text[i] >= 'A' && text[i] <= 'Z') {
         ++i;
     }
-    const size_t eol = text.find('\n', at);
-    return i - at >= 3 && i < text.size() && text[i] == ' ' && eol != std::string::npos &&
-           text.find(" HTTP/1.", i) < eol;
+    const size_t eol = text.find('\n');
+    return i >= 3 && i < text.size() && text[i] == ' ' && eol != std::string_view::npos &&
+           text.substr(i, eol - i).find(" HTTP/1.") != std::string_view::npos;
 }
 
-size_t FindMessageStart(const std::string &text, bool request)
+// The first line start where a message starts.
+size_t FindMessageStart(std::string_view text, bool request)
 {
     for (size_t at = 0; at < text.size();) {
         if (MessageStartsAt(text, at, request)) {
             return at;
         }
         const size_t eol = text.find('\n', at);
-        if (eol == std::string::npos) {
+        if (eol == std::string_view::npos) {
             break;
         }
         at = eol + 1;
     }
-    return std::string::npos;
+    return std::string_view::npos;
 }
 
 uint16_t Be16(const uint8_t *p) { return static_cast<uint16_t>(p[0] << 8 | p[1]); }
@@ -381,50 +383,51 @@ void HttpConversation::Data(bool fromClient, const uint8_t *data, size_t size, u
 
 void HttpConversation::Feed(Side &side, const uint8_t *data, size_t size)
 {
-    const char *text = reinterpret_cast<const char *>(data);
-    std::string joined;
-    if (side.resync) {
-        // A message starts at a line start, and after a loss most often
-        // right at a segment's first byte.
-        joined = side.carry;
-        const size_t fresh = joined.size();
-        joined.append(text, size);
-        const size_t start =
-            MessageStartsAt(joined, fresh, side.client) ? fresh : FindMessageStart(joined, side.client);
-        if (start == std::string::npos) {
-            side.carry = joined.substr(joined.size() - std::min(joined.size(), kMaxCarry));
+    std::string joined;  // the bytes kept from before a loss, then these
+    std::string_view rest(reinterpret_cast<const char *>(data), size);
+    size_t segment = 0;  // where these bytes begin in rest
+    if (side.resync && !side.carry.empty()) {
+        segment = side.carry.size();
+        joined = std::move(side.carry);
+        side.carry.clear();
+        joined.append(rest);
+        rest = joined;
+    }
+    for (;;) {
+        if (side.resync) {
+            // After a loss a message most often starts right at a segment's
+            // first byte, else at a line start.
+            const size_t start = MessageStartsAt(rest, segment, side.client) ? segment
+                                                                             : FindMessageStart(rest, side.client);
+            if (start == std::string_view::npos) {
+                side.carry.assign(rest.substr(rest.size() - std::min(rest.size(), kMaxCarry)));
+                return;
+            }
+            side.resync = false;
+            Restart(side);
+            rest.remove_prefix(start);
+        }
+        const size_t parsed = http_parser_execute(side.parser.get(), &Settings(), rest.data(), rest.size());
+        if (side.parser->upgrade) {
+            side.stopped = true;  // an upgrade or CONNECT: what follows is not HTTP/1.x
             return;
         }
-        side.resync = false;
-        side.carry.clear();
-        Restart(side);
-        text = joined.data() + start;
-        size = joined.size() - start;
+        if (parsed == rest.size() && HTTP_PARSER_ERRNO(side.parser.get()) == HPE_OK) {
+            return;
+        }
+        CutCurrent(side);
+        if (!side_[0].headed && !side_[1].headed) {
+            kind_ = FlowKind::kOther;  // the very first bytes are not HTTP/1.x
+            side_[0].messages.clear();
+            side_[1].messages.clear();
+            return;
+        }
+        // Not HTTP where HTTP was due: look for the next message start
+        // after the byte the parser stopped at.
+        side.resync = true;
+        rest.remove_prefix(std::min(parsed + 1, rest.size()));
+        segment = std::string_view::npos;
     }
-    const size_t parsed = http_parser_execute(side.parser.get(), &Settings(), text, size);
-    if (side.parser->upgrade) {
-        side.stopped = true;  // an upgrade or CONNECT: what follows is not HTTP/1.x
-        return;
-    }
-    if (parsed == size && HTTP_PARSER_ERRNO(side.parser.get()) == HPE_OK) {
-        return;
-    }
-    auto headed = [](const Side &s) {
-        return std::any_of(s.messages.begin(), s.messages.end(), [](const HttpMessage &m) { return m.headersDone; });
-    };
-    CutCurrent(side);
-    if (!headed(side_[0]) && !headed(side_[1])) {
-        kind_ = FlowKind::kOther;  // the very first bytes are not HTTP/1.x
-        side_[0].messages.clear();
-        side_[1].messages.clear();
-        return;
-    }
-    // Not HTTP where HTTP was due: look for the next message start after
-    // the bytes the parser stopped at.
-    side.resync = true;
-    side.carry.clear();
-    const size_t rest = std::min(parsed + 1, size);
-    Feed(side, reinterpret_cast<const uint8_t *>(text + rest), size - rest);
 }
 
 void HttpConversation::Gap(bool fromClient, uint64_t)

@@ -61,6 +61,7 @@ public:
         size_t packet = 0;
         bool atClose = false;
         bool stopped = false;  // upgraded: the rest is not HTTP/1.x
+        bool headed = false;   // some message's header was read whole
         std::vector<HttpMessage> messages;
     };
 
