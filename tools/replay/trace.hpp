@@ -100,6 +100,7 @@ struct CaptureStats {
     size_t httpConnections = 0;  // decoded as HTTP/1.x
     size_t cutTransactions = 0;  // a message lost bytes or its flow ended inside it
     size_t malformed = 0;        // packets the IP or TCP layer could not read
+    size_t snapCut = 0;          // packets the capture's snap length cut short
     bool truncated = false;      // the file ends inside a packet
 };
 

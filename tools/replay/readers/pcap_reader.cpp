@@ -402,6 +402,7 @@ Trace ReadCapture(const std::string &file, const std::string &bytes, const ReadO
             break;
         }
         ++trace.capture.packets;
+        trace.capture.snapCut += header->caplen < header->len ? 1 : 0;
         const uint64_t ns = static_cast<uint64_t>(header->ts.tv_sec) * kNsPerSec + static_cast<uint64_t>(header->ts.tv_usec);
         capture::IpSlice slice;
         if (!capture::FindIp(linkType, data, header->caplen, &slice)) {

@@ -238,6 +238,7 @@ void WriteSession(std::ostream &out, const SessionReport &s, const ReportOptions
                         {"http_connections", c.httpConnections},
                         {"cut_transactions", c.cutTransactions},
                         {"malformed_packets", c.malformed},
+                        {"snap_cut_packets", c.snapCut},
                         {"truncated", c.truncated}};
         json undecoded = json::array();
         for (const UndecodedFlow &f : t.undecoded) {

@@ -102,7 +102,11 @@ void WriteCapture(std::ostream &out, const Trace &t, bool allFlows)
     const CaptureStats &c = t.capture;
     out << "  capture: " << c.packets << " packets, " << c.tcpConnections << " TCP connections with data ("
         << c.httpConnections << " HTTP/1.x), " << c.cutTransactions << " cut transactions, " << c.malformed
-        << " malformed packets" << (c.truncated ? "; the file ends inside a packet" : "") << "\n";
+        << " malformed packets";
+    if (c.snapCut != 0) {
+        out << ", " << c.snapCut << " cut by the snap length (capture with -s 0)";
+    }
+    out << (c.truncated ? "; the file ends inside a packet" : "") << "\n";
     if (t.undecoded.empty()) {
         return;
     }

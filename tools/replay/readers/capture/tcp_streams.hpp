@@ -67,8 +67,6 @@ public:
     // Delivers what is still held behind holes and closes every connection.
     void Finish();
 
-    size_t Connections() const { return nextId_ - 1; }
-
 private:
     struct Live;
     void Follow(Tins::TCPIP::Stream &stream);
