@@ -194,6 +194,26 @@ TEST(CaptureReader, LostBytesCutTheirTransactionAndTheFlowGoesOn)
     EXPECT_EQ(c.capture.cutTransactions, 1u);
 }
 
+TEST(CaptureReader, CaptureJoiningAConnectionFindsItsClientAndNextMessage)
+{
+    // No handshake: the first bytes seen are the end of an answer, then an
+    // answer whose request came before the capture, then a full exchange.
+    TcpScript s("10.0.0.2", 40006, "93.184.216.34", 80);
+    s.Send(0, false, "end of an earlier body\r\n");
+    s.Send(5, false, "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n");
+    s.Send(10, true, "GET /b HTTP/1.1\r\nHost: h.example\r\n\r\n");
+    s.Send(20, false, "HTTP/1.1 204 No Content\r\n\r\n");
+    const Trace t = ReadCapture("c.pcap", PcapFile(kEthernet, s.Packets()), {});
+    EXPECT_EQ(Statuses(t, EventKind::kResponse), (std::vector<std::string>{"200", "204"}));
+    EXPECT_EQ(Statuses(t, EventKind::kRequest), (std::vector<std::string>{"GET204"}))
+        << "the answer seen before any request had its request before the capture";
+    ASSERT_EQ(t.events.size(), 3u);
+    for (const TraceEvent &ev : t.events) {
+        EXPECT_EQ(ev.clientPort, 40006) << "the side sending requests is the client";
+        EXPECT_EQ(ev.syn, 0u);
+    }
+}
+
 TEST(CaptureReader, DnsLookupsAreTimedFromQueryToAnswer)
 {
     std::vector<CapturedPacket> packets = {DnsPacket(0, false, 7, "WWW.Example.com"),

@@ -225,10 +225,28 @@ void AddConversation(const HttpConversation &conv, const ReadOptions &options, s
         return closed && (m.cut || !m.complete || m.byClose) ? 1 : 0;
     };
 
-    const size_t n = std::max(requests.size(), responses.size());
-    for (size_t i = 0; i < n; ++i) {
-        const HttpMessage *req = i < requests.size() ? &requests[i] : nullptr;
-        const HttpMessage *rsp = i < responses.size() ? &responses[i] : nullptr;
+    // Each answer names its request; requests left over went unanswered.
+    std::vector<std::pair<const HttpMessage *, const HttpMessage *>> exchanges;
+    std::vector<bool> answered(requests.size(), false);
+    for (const HttpMessage &rsp : responses) {
+        const HttpMessage *req = rsp.request >= 0 ? &requests[static_cast<size_t>(rsp.request)] : nullptr;
+        if (req != nullptr) {
+            answered[static_cast<size_t>(rsp.request)] = true;
+        }
+        exchanges.emplace_back(req, &rsp);
+    }
+    for (size_t i = 0; i < requests.size(); ++i) {
+        if (!answered[i]) {
+            exchanges.emplace_back(&requests[i], nullptr);
+        }
+    }
+    auto beginOf = [](const std::pair<const HttpMessage *, const HttpMessage *> &x) {
+        return (x.first != nullptr ? x.first : x.second)->begin;
+    };
+    std::stable_sort(exchanges.begin(), exchanges.end(),
+                     [&beginOf](const auto &a, const auto &b) { return beginOf(a) < beginOf(b); });
+    bool first = true;
+    for (auto [req, rsp] : exchanges) {
         if ((req != nullptr && !req->complete) || (rsp != nullptr && !rsp->complete)) {
             ++trace->capture.cutTransactions;
         }
@@ -281,8 +299,9 @@ void AddConversation(const HttpConversation &conv, const ReadOptions &options, s
             tx.bodySize = rsp->complete ? rsp->bodySize : -1;
             p.events.push_back(ev);
         }
-        if (i == 0) {
+        if (first) {
             AddPhase(&tx, "connect", c.syn, c.established != 0 ? c.established : c.synAck);
+            first = false;
         }
         if (req != nullptr) {
             AddPhase(&tx, "send", req->begin, req->end);

@@ -94,12 +94,16 @@ int OnHeaderValue(http_parser *p, const char *at, size_t length)
     return 0;
 }
 
-// The n-th final response answers the n-th request; one to HEAD has no body
-// whatever its headers say.
-const HttpMessage *RequestFor(const Side &responses, const std::vector<HttpMessage> &requests)
+// A final answer takes the oldest request not yet answered, if that began
+// before it: an answer seen first had its request before the capture.
+int RequestFor(Side &responses, const HttpMessage &answer, const std::vector<HttpMessage> &requests)
 {
-    const size_t n = responses.messages.size() - 1;
-    return n < requests.size() ? &requests[n] : nullptr;
+    const size_t n = responses.answered;
+    if (n < requests.size() && requests[n].begin <= answer.begin) {
+        ++responses.answered;
+        return static_cast<int>(n);
+    }
+    return -1;
 }
 
 }  // namespace
@@ -122,12 +126,13 @@ struct ParserHooks {
             return 0;
         }
         m->status = p->status_code;
+        const bool interim = m->status >= 100 && m->status < 200 && m->status != 101;
+        const auto &requests = side.owner->Requests();
+        m->request = interim ? -1 : RequestFor(side, *m, requests);
         // No body follows, whatever Content-Length says: interim answers,
         // 204, 304, and any answer to HEAD.
-        const HttpMessage *request = RequestFor(side, side.owner->Requests());
-        const bool bodiless = (m->status >= 100 && m->status < 200 && m->status != 101) || m->status == 204 ||
-                              m->status == 304 || (request != nullptr && request->method == "HEAD");
-        return bodiless ? 1 : 0;
+        const bool head = m->request >= 0 && requests[static_cast<size_t>(m->request)].method == "HEAD";
+        return interim || m->status == 204 || m->status == 304 || head ? 1 : 0;
     }
 
     static int OnBody(http_parser *p, const char *, size_t length)
@@ -345,16 +350,30 @@ void HttpConversation::Sniff(const uint8_t *data, size_t size, uint64_t ns, size
     }
 }
 
+// Joined mid-way, the first sender seen may be the server: the first
+// request line or status line tells which side is which.
+void HttpConversation::Orient(bool fromClient, const uint8_t *data, size_t size)
+{
+    const std::string_view bytes(reinterpret_cast<const char *>(data), std::min(size, kMaxCarry));
+    const bool request = FindMessageStart(bytes, true) != std::string_view::npos;
+    const bool response = FindMessageStart(bytes, false) != std::string_view::npos;
+    if (request == response) {
+        return;  // neither yet
+    }
+    oriented_ = true;
+    if (fromClient == response) {
+        swapped_ = true;
+        std::swap(conn_->client, conn_->server);
+        side_[0].carry.clear();
+        side_[1].carry.clear();
+    }
+}
+
 void HttpConversation::Data(bool fromClient, const uint8_t *data, size_t size, uint64_t ns, size_t packet)
 {
     bytes_ += size;
-    if (conn_->partial && bytes_ == size) {
-        // Joined mid-way: the first sender seen may be the server.
-        const std::string first(reinterpret_cast<const char *>(data), std::min<size_t>(size, 1024));
-        if (fromClient ? MessageStartsAt(first, 0, false) : MessageStartsAt(first, 0, true)) {
-            swapped_ = true;
-            std::swap(conn_->client, conn_->server);
-        }
+    if (conn_->partial && !oriented_) {
+        Orient(fromClient, data, size);
     }
     fromClient = fromClient != swapped_;
     Side &side = side_[fromClient ? 1 : 0];

@@ -25,6 +25,7 @@ struct HttpMessage {
     bool headersDone = false;
     bool complete = false;  // ended by its own framing, or by the close when that is its framing
     bool byClose = false;   // a body that runs to the connection's close
+    int request = -1;       // responses: the request answered, an index into Requests()
     bool cut = false;       // lost bytes or the connection ended inside it
 };
 
@@ -44,7 +45,7 @@ public:
     const std::string &Sni() const { return sni_; }
     uint64_t Bytes() const { return bytes_; }
     const std::vector<HttpMessage> &Requests() const { return side_[1].messages; }
-    // Final responses only (1xx left out): the n-th answers the n-th request.
+    // Final responses only (1xx left out), each naming its request.
     const std::vector<HttpMessage> &Responses() const { return side_[0].messages; }
 
     // One direction's parser and the messages it has read.
@@ -62,10 +63,12 @@ public:
         bool atClose = false;
         bool stopped = false;  // upgraded: the rest is not HTTP/1.x
         bool headed = false;   // some message's header was read whole
+        size_t answered = 0;   // responses: requests answered so far
         std::vector<HttpMessage> messages;
     };
 
 private:
+    void Orient(bool fromClient, const uint8_t *data, size_t size);
     void Sniff(const uint8_t *data, size_t size, uint64_t ns, size_t packet);
     void Feed(Side &side, const uint8_t *data, size_t size);
     void Restart(Side &side);
@@ -84,7 +87,8 @@ private:
     std::vector<HeadChunk> headChunks_;
     std::string sni_;
     uint64_t bytes_ = 0;
-    bool swapped_ = false;  // the follower took the server for the client
+    bool oriented_ = false;  // joined mid-way: which side is the client is settled
+    bool swapped_ = false;   // the follower took the server for the client
     Side side_[2];          // [0] server to client, [1] client to server
 };
 
