@@ -1,5 +1,6 @@
 #include <fstream>
 #include <iostream>
+#include <iterator>
 #include <sstream>
 
 #include <nlohmann/json.hpp>
@@ -89,15 +90,12 @@ SessionReport ReplayStream(const std::string &file, std::istream &in, Format for
             return Unreadable(file, "cannot read the file");
         }
         if (format == Format::kCapture || LooksLikeCapture(magic)) {
-            std::ostringstream bytes;
-            bytes << magic;
-            if (in.peek() != std::char_traits<char>::eof()) {
-                bytes << in.rdbuf();
-            }
+            std::string bytes = std::move(magic);
+            bytes.append(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
             if (in.bad()) {
                 return Unreadable(file, "cannot read the file");
             }
-            return ReplayWhole(ReadCapture(file, bytes.str(), options.read), "packets", options, onIssue);
+            return ReplayWhole(ReadCapture(file, bytes, options.read), "packets", options, onIssue);
         }
         // Not a capture: the bytes taken begin the first lines.
         in.clear();
