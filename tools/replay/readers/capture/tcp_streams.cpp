@@ -199,7 +199,9 @@ void TcpStreams::OutOfOrder(Live &live, bool fromClient, Flow &flow, uint32_t se
     if (live.holeSince[dir] == 0) {
         live.holeSince[dir] = now_;
     }
-    if (now_ - live.holeSince[dir] < kHoleWaitNs && flow.total_buffered_bytes() + size <= kHoleMaxBytes) {
+    // A capture's clock may step back; that is no waiting.
+    const uint64_t waited = now_ > live.holeSince[dir] ? now_ - live.holeSince[dir] : 0;
+    if (waited < kHoleWaitNs && flow.total_buffered_bytes() + size <= kHoleMaxBytes) {
         return;  // retransmission may still fill it
     }
     FlushHeld(live, fromClient);
