@@ -4,7 +4,8 @@
 set -euo pipefail
 
 packages=(cmake ninja-build g++ make libgtest-dev libbenchmark-dev nlohmann-json3-dev
-          g++-aarch64-linux-gnu qemu-user clang libclang-rt-14-dev binutils valgrind pkgconf)
+          g++-aarch64-linux-gnu qemu-user clang libclang-rt-14-dev binutils valgrind
+          pkg-config libpcap-dev libtins-dev libhttp-parser-dev)
 [ "${ORVANE_WITH_BROWSER:-0}" = 1 ] && packages+=(chromium)
 
 missing=()

@@ -33,9 +33,9 @@ constexpr int kExitOutput = 3;
 
 constexpr const char *kUsage = R"(usage: orvane-replay [options] [FILE...]
 
-Replays recorded browsing sessions (HAR 1.2 or JSONL event traces) through the
-page association library, as the daemon would feed it, and prints one row per
-reported page. Several files are replayed one after the other, each as its own
+Replays recorded browsing sessions (HAR 1.2, JSONL event traces, or pcap and
+pcapng packet captures of plaintext HTTP/1.x) through the page association
+library, as the daemon would feed it, and prints one row per reported page. Several files are replayed one after the other, each as its own
 session; FILE - reads standard input. Without FILE the bundled sample
 session is replayed.
 
@@ -48,8 +48,9 @@ options:
   --eval            compare the grouping with the recording's own pages
                     (HAR pageref, JSONL "page"), pair by pair and page by
                     page, and the page delay with HAR pageTimings
-  --format FMT      read every FILE as har or jsonl (default: by file name,
-                    else by content)
+  --format FMT      read every FILE as har, jsonl or pcap (pcap also reads
+                    pcapng; default: a capture by its magic number, else by
+                    file name, else by content)
   --timeout SEC     page quiet time handed to the library (default 0: its
                     built-in 60 s)
   --keep-slash      hand URIs and referer paths over with their leading '/'
@@ -207,10 +208,12 @@ std::string ParseArgs(int argc, char **argv, Options *o)
             }
             o->html = value;
         } else if (arg == "--format") {
-            if (!takeValue() || (value != "har" && value != "jsonl")) {
-                return "--format needs har or jsonl";
+            if (!takeValue() || (value != "har" && value != "jsonl" && value != "pcap" && value != "pcapng")) {
+                return "--format needs har, jsonl or pcap";
             }
-            o->session.format = value == "har" ? Format::kHar : Format::kJsonl;
+            o->session.format = value == "har"     ? Format::kHar
+                                : value == "jsonl" ? Format::kJsonl
+                                                   : Format::kCapture;
         } else if (arg == "--timeout") {
             char *end = nullptr;
             const long sec = takeValue() ? std::strtol(value.c_str(), &end, 10) : -1;

@@ -49,8 +49,8 @@ struct DnsRecord {
 };
 
 // A stretch of a transaction as the recording timed it: HAR's blocked, dns,
-// connect, tls, send, wait and receive; a capture's handshake, request, wait
-// and response. ns on the trace's clock.
+// connect, tls, send, wait and receive; a capture's connect, send, wait and
+// receive. ns on the trace's clock.
 struct Phase {
     std::string name;
     uint64_t begin = 0, end = 0;
@@ -86,6 +86,27 @@ struct Issue {
     bool warning = false;
 };
 
+// A flow in a packet capture the daemon could not decode and so never fed:
+// TLS, another protocol over TCP, QUIC (UDP to port 443).
+struct UndecodedFlow {
+    std::string kind;            // "TLS", "HTTP/2", "TCP" or "QUIC"
+    std::string client, server;  // address:port
+    std::string sni;             // TLS server name, when the ClientHello carried one
+    uint64_t begin = 0;          // first packet, ns on the trace's clock
+    uint64_t bytes = 0;          // payload bytes, both ways
+};
+
+// What reading a packet capture found besides the events.
+struct CaptureStats {
+    size_t packets = 0;
+    size_t tcpConnections = 0;   // with payload
+    size_t httpConnections = 0;  // decoded as HTTP/1.x
+    size_t cutTransactions = 0;  // a message lost bytes or its flow ended inside it
+    size_t malformed = 0;        // packets the IP or TCP layer could not read
+    size_t snapCut = 0;          // packets the capture's snap length cut short
+    bool truncated = false;      // the file ends inside a packet
+};
+
 // A file full of bad lines must not fill memory: only the first are kept
 // for the JSON report, all are counted.
 constexpr size_t kMaxListedIssues = 1000;
@@ -94,7 +115,7 @@ constexpr size_t kMaxListedIssues = 1000;
 // only when a report asks for them (--events, --html, --eval).
 struct Trace {
     std::string file;    // as named on the command line
-    std::string format;  // "har" or "jsonl"
+    std::string format;  // "har", "jsonl", "pcap" or "pcapng"
     std::vector<TraceEvent> events;
     std::vector<DnsRecord> dns;
     std::vector<Transaction> transactions;
@@ -104,6 +125,8 @@ struct Trace {
     size_t skippedCount = 0;     // all bad entries or lines, not replayed
     size_t cacheHits = 0;        // served by the browser cache: never on the wire
     size_t notHttp = 0;          // data:, blob: and other non-HTTP entries
+    std::vector<UndecodedFlow> undecoded;  // captures: flows seen but not fed
+    CaptureStats capture;                  // captures only
     std::string fatal;           // set when the file as a whole could not be read
 
     void Skip(Issue issue)
@@ -123,12 +146,17 @@ struct ReadOptions {
     bool withCache = false;  // replay cache hits as if they had been fetched
 };
 
-enum class Format { kAuto, kHar, kJsonl };
+enum class Format { kAuto, kHar, kJsonl, kCapture };
 
 Trace ReadHar(const std::string &file, const std::string &text, const ReadOptions &options);
 // A whole JSON Lines text at once, DNS observations kept (see jsonl_reader.hpp
 // for reading line by line).
 Trace ReadJsonl(const std::string &file, const std::string &text);
+
+// A pcap or pcapng file held in memory (see readers/pcap_reader.cpp).
+Trace ReadCapture(const std::string &file, const std::string &bytes, const ReadOptions &options);
+// True when bytes begin with a pcap or pcapng magic number.
+bool LooksLikeCapture(const std::string &bytes);
 
 // The bundled sample session (JSONL).
 const char *SampleSession();

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <fstream>
 #include <iostream>
+#include <iterator>
 #include <memory>
 #include <sstream>
 
@@ -74,18 +75,19 @@ SessionReport Unreadable(const std::string &file, const std::string &why)
     return report;
 }
 
-SessionReport ReplayHar(const std::string &file, const std::string &text, const SessionOptions &options,
-                        const IssueSink &onIssue)
+// A trace read whole (HAR, capture): its problems reported, then replayed.
+SessionReport ReplayWhole(Trace read, const char *listName, const SessionOptions &options, const IssueSink &onIssue)
 {
     SessionReport report;
-    report.trace = std::make_unique<Trace>(ReadHar(file, text, options.read));
+    report.trace = std::make_unique<Trace>(std::move(read));
     const Trace &trace = *report.trace;
+    const std::string &file = trace.file;
     for (const Issue &issue : trace.skipped) {
         onIssue(file, issue);
     }
     if (trace.skippedCount > trace.skipped.size()) {
-        onIssue(file, {"log.entries", std::to_string(trace.skippedCount - trace.skipped.size()) +
-                                          " more bad entries not listed"});
+        onIssue(file, {listName, std::to_string(trace.skippedCount - trace.skipped.size()) +
+                                     " more bad entries not listed"});
     }
     if (trace.fatal.empty()) {
         report.result = Replay(trace, options.replay);
@@ -96,13 +98,39 @@ SessionReport ReplayHar(const std::string &file, const std::string &text, const 
     return report;
 }
 
-SessionReport ReplayStream(const std::string &file, std::istream &in, Format format, const SessionOptions &options,
-                           const IssueSink &onIssue)
+// A capture is read whole: beyond this it is refused unread.
+constexpr size_t kMaxCaptureBytes = size_t{1} << 30;
+
+// Reads the rest of in after head, up to cap bytes in all; false when the
+// input is longer than that.
+bool ReadRest(std::istream &in, std::string *text, size_t cap)
+{
+    while (in && text->size() <= cap) {
+        *text += Take(in, std::min<size_t>(cap + 1 - text->size(), 1u << 20));
+    }
+    return text->size() <= cap;
+}
+
+// sniff: the user left the format open, so a capture's magic number decides
+// over the file name.
+SessionReport ReplayStream(const std::string &file, std::istream &in, Format format, bool sniff,
+                           const SessionOptions &options, const IssueSink &onIssue)
 {
     constexpr size_t kHeadBytes = 64 * 1024;
     std::string head = Take(in, kHeadBytes);
     if (in.bad() || (head.empty() && !in.eof())) {
         return Unreadable(file, "cannot read the file");  // e.g. a directory
+    }
+    if (format == Format::kCapture || (sniff && LooksLikeCapture(head))) {
+        const bool whole = ReadRest(in, &head, kMaxCaptureBytes);
+        if (in.bad()) {
+            return Unreadable(file, "cannot read the file");
+        }
+        if (!whole) {
+            return Unreadable(file, "a capture larger than " + std::to_string(kMaxCaptureBytes >> 20) +
+                                        " MiB is not read (the cap on capture input)");
+        }
+        return ReplayWhole(ReadCapture(file, head, options.read), "packets", options, onIssue);
     }
     if (format == Format::kAuto) {
         format = LooksLikeHar(head) ? Format::kHar : Format::kJsonl;
@@ -110,18 +138,15 @@ SessionReport ReplayStream(const std::string &file, std::istream &in, Format for
     if (format == Format::kJsonl) {
         return StreamJsonl(file, in, options, onIssue, std::move(head));
     }
-    std::string text = std::move(head);
-    while (in && text.size() <= kMaxHarBytes) {
-        text += Take(in, std::min<size_t>(kMaxHarBytes + 1 - text.size(), 1u << 20));
-    }
+    const bool whole = ReadRest(in, &head, kMaxHarBytes);
     if (in.bad()) {
         return Unreadable(file, "cannot read the file");
     }
-    if (text.size() > kMaxHarBytes) {
+    if (!whole) {
         return Unreadable(file, "a HAR file larger than " + std::to_string(kMaxHarBytes >> 20) +
                                     " MiB is not read (the cap on HAR input)");
     }
-    return ReplayHar(file, text, options, onIssue);
+    return ReplayWhole(ReadHar(file, head, options.read), "log.entries", options, onIssue);
 }
 
 }  // namespace
@@ -130,7 +155,8 @@ SessionReport ReplayFile(const std::string &path, const SessionOptions &options,
 {
     const IssueSink onIssue = Capped(sink);
     if (path == "-") {
-        return ReplayStream("(standard input)", std::cin, options.format, options, onIssue);
+        return ReplayStream("(standard input)", std::cin, options.format, options.format == Format::kAuto, options,
+                            onIssue);
     }
     std::ifstream in(path, std::ios::binary);
     if (!in) {
@@ -141,8 +167,11 @@ SessionReport ReplayFile(const std::string &path, const SessionOptions &options,
         format = Format::kHar;
     } else if (format == Format::kAuto && (EndsWith(path, ".jsonl") || EndsWith(path, ".ndjson"))) {
         format = Format::kJsonl;
+    } else if (format == Format::kAuto && (EndsWith(path, ".pcap") || EndsWith(path, ".pcapng") ||
+                                           EndsWith(path, ".cap"))) {
+        format = Format::kCapture;
     }
-    return ReplayStream(path, in, format, options, onIssue);
+    return ReplayStream(path, in, format, options.format == Format::kAuto, options, onIssue);
 }
 
 std::unique_ptr<Trace> LoadTrace(const std::string &path, const SessionOptions &options, const IssueSink &onIssue)

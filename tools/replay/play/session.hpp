@@ -1,5 +1,5 @@
-// One input read and replayed: a HAR file in memory (bounded by a browser
-// session), a JSON Lines trace as it is read, in constant memory unless a
+// One input read and replayed: a HAR file or a packet capture in memory
+// (bounded by a browser session), a JSON Lines trace as it is read, in constant memory unless a
 // report needs every event.
 #ifndef ORVANE_REPLAY_SESSION_HPP
 #define ORVANE_REPLAY_SESSION_HPP
@@ -36,8 +36,9 @@ using IssueSink = std::function<void(const std::string &file, const Issue &issue
 constexpr uint64_t kReorderWindowNs = 10 * kNsPerSec;
 constexpr size_t kReorderMaxLines = 8192;
 
-// "-" is standard input. The format comes from the option, else the file
-// name (.har, .jsonl/.ndjson), else the first line with content.
+// "-" is standard input. The format comes from the option, else a capture's
+// magic number, else the file name (.har, .jsonl/.ndjson, .pcap/.pcapng/.cap),
+// else the first line with content.
 SessionReport ReplayFile(const std::string &path, const SessionOptions &options, const IssueSink &onIssue);
 SessionReport ReplaySample(const SessionOptions &options, const IssueSink &onIssue);
 

@@ -326,6 +326,28 @@ void WriteSession(std::ostream &out, const SessionReport &s, const ReportOptions
     j["timer_runs"] = s.result.timerRuns;
     j["clock_begin_ns"] = s.result.clockBegin;
     j["clock_end_ns"] = s.result.clockEnd;
+    // Captures: what the packets held besides the events, and the flows
+    // that were seen but not decoded (never fed).
+    if (t.format == "pcap" || t.format == "pcapng") {
+        const CaptureStats &c = t.capture;
+        j["capture"] = {{"packets", c.packets},
+                        {"tcp_connections", c.tcpConnections},
+                        {"http_connections", c.httpConnections},
+                        {"cut_transactions", c.cutTransactions},
+                        {"malformed_packets", c.malformed},
+                        {"snap_cut_packets", c.snapCut},
+                        {"truncated", c.truncated}};
+        json undecoded = json::array();
+        for (const UndecodedFlow &f : t.undecoded) {
+            undecoded.push_back({{"kind", f.kind},
+                                 {"client", f.client},
+                                 {"server", f.server},
+                                 {"sni", f.sni},
+                                 {"begin_ns", f.begin},
+                                 {"bytes", f.bytes}});
+        }
+        j["undecoded"] = undecoded;
+    }
     j["pages"] = Marker("pages");
     std::vector<std::pair<std::string, Hole>> holes;
     holes.emplace_back("pages", [&](std::ostream &o, const std::string &in) { WritePages(o, s.result.pages, in); });

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <iomanip>
+#include <map>
 #include <sstream>
 
 #include "report.hpp"
@@ -162,6 +163,45 @@ void WriteDelays(std::ostream &out, const EvalResult &total)
            "  page's start. ERROR: LIBRARY - ONLOAD.\n";
 }
 
+// Flows listed one per line in the summary, unless --events asks for all.
+constexpr size_t kListedFlows = 20;
+
+// A capture: its packets, and the flows the daemon could not decode.
+void WriteCapture(std::ostream &out, const Trace &t, bool allFlows)
+{
+    const CaptureStats &c = t.capture;
+    out << "  capture: " << c.packets << " packets, " << c.tcpConnections << " TCP connections with data ("
+        << c.httpConnections << " HTTP/1.x), " << c.cutTransactions << " cut transactions, " << c.malformed
+        << " malformed packets";
+    if (c.snapCut != 0) {
+        out << ", " << c.snapCut << " cut by the snap length (capture with -s 0)";
+    }
+    out << (c.truncated ? "; the file ends inside a packet" : "") << "\n";
+    if (t.undecoded.empty()) {
+        return;
+    }
+    std::map<std::string, size_t> kinds;
+    for (const UndecodedFlow &f : t.undecoded) {
+        ++kinds[f.kind];
+    }
+    out << "  not decoded, not fed: " << t.undecoded.size() << " flows (";
+    const char *sep = "";
+    for (const auto &[kind, count] : kinds) {
+        out << sep << count << " " << kind;
+        sep = ", ";
+    }
+    out << ")\n";
+    const size_t listed = allFlows ? t.undecoded.size() : std::min(t.undecoded.size(), kListedFlows);
+    for (size_t i = 0; i < listed; ++i) {
+        const UndecodedFlow &f = t.undecoded[i];
+        out << "    " << std::left << std::setw(7) << f.kind << f.client << " > " << f.server << "  " << f.bytes
+            << " bytes" << (f.sni.empty() ? "" : "  SNI " + Printable(f.sni, 100)) << "\n";
+    }
+    if (listed < t.undecoded.size()) {
+        out << "    ... " << t.undecoded.size() - listed << " more (--events lists all)\n";
+    }
+}
+
 void WriteEval(std::ostream &out, const std::vector<SessionReport> &sessions)
 {
     out << "\nGrouping against the recording's own pages:\n";
@@ -232,6 +272,9 @@ void WriteText(std::ostream &out, const std::vector<SessionReport> &sessions, co
         }
         WritePages(out, s);
         WriteSummary(out, s);
+        if (s.trace->format == "pcap" || s.trace->format == "pcapng") {
+            WriteCapture(out, *s.trace, options.events);
+        }
         out << "\n";
     }
     if (options.eval) {
