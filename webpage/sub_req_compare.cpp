@@ -60,6 +60,7 @@ public:
     {
         return m_pullOfString != nullptr ? pstStr->*m_pullOfString : m_ullOfPage;
     }
+    bool PerPage() const { return m_pullOfString == nullptr; }
 
 private:
     uint64_t STMatchStrNode::*m_pullOfString;
@@ -183,15 +184,41 @@ uint64_t CompareSubReqString(STEventInfo *pstInfo, STPageNode *pstPage, STCompar
     const uint64_t ullLength = stWindow.LengthFor(pstPage->enNetworkType, pstPage->usCauseCode);
     const uint64_t ullPageFirReq = pstPage->ullPageFirReq;
     const char *const pcFunc = __func__;
-    STTranNode *pstHit = orvane::WalkList(pstList, [&](STTranNode *pstNode) {
-        STMatchStrNode *pstStr = MatchStrOf(pstNode);
-        if (!stWindow.FitsPage(ullPageFirReq, stRefBegin.Of(pstStr), stRefEnd.Of(pstStr), ullLength)) {
-            return false;
-        }
-        LOG_TRACE_AS(pcFunc, ucTid, "Sub match, compare time is OK.");
+    const auto bSame = [&](STMatchStrNode *pstStr) {
         return CompareSubReqStrWithDiffType(pstStr, pstCompare, pstPage->acHost, pstPage->usHostLen,
                                             enCompareType) == 0;
-    });
+    };
+    // Nothing in the walk calls the daemon before its first TRACE line, so
+    // the level tested here is the one that line would see; with TRACE off
+    // the walk logs nothing, so tests without side effects may come first.
+    const bool bQuiet = g_enSDKLogLevel > LOG_LEVEL_TRACE;
+    STTranNode *pstHit = nullptr;
+    if (stRefBegin.PerPage() && stRefEnd.PerPage()) {
+        // One verdict for every string: the window is the page's alone.
+        const STMatchStrNode *const pstAny = nullptr;
+        if (stWindow.FitsPage(ullPageFirReq, stRefBegin.Of(pstAny), stRefEnd.Of(pstAny), ullLength)) {
+            pstHit = orvane::WalkList(pstList, [&](STTranNode *pstNode) {
+                LOG_TRACE_AS(pcFunc, ucTid, "Sub match, compare time is OK.");
+                return bSame(MatchStrOf(pstNode));
+            });
+        }
+    } else if (!stWindow.PageRejects(ullPageFirReq)) {
+        const bool bKeyOnly =
+            enCompareType == COMPARE_HOST_WITH_SUB_REQ_HOST || enCompareType == COMPARE_REFERER_WITH_REFERER;
+        const uint32_t uiKey =
+            enCompareType == COMPARE_HOST_WITH_SUB_REQ_HOST ? pstCompare->uiHostKey : pstCompare->uiRefererKey;
+        pstHit = orvane::WalkList(pstList, [&](STTranNode *pstNode) {
+            STMatchStrNode *pstStr = MatchStrOf(pstNode);
+            if (bQuiet && bKeyOnly && (pstStr->uiHashKey != uiKey || pstStr->usStrLen > MATCH_STR_MAX_LEN)) {
+                return false;
+            }
+            if (!stWindow.Fits(stRefBegin.Of(pstStr), stRefEnd.Of(pstStr), ullLength)) {
+                return false;
+            }
+            LOG_TRACE_AS(pcFunc, ucTid, "Sub match, compare time is OK.");
+            return bSame(pstStr);
+        });
+    }
     if (pstHit == nullptr) {
         LOG_TRACE(ucTid, "Sub match page is NOK.");
         return 0;

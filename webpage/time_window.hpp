@@ -139,6 +139,10 @@ public:
         return !(m_ullBegin != 0 && ullPageFirReq > m_ullBegin) && Fits(ullRefBegin, ullRefEnd, ullLength);
     }
 
+    // FitsPage's test that depends on the page alone: when it holds, no
+    // reference makes the window fit.
+    bool PageRejects(uint64_t ullPageFirReq) const { return m_ullBegin != 0 && ullPageFirReq > m_ullBegin; }
+
     // The same against the page's own last request and response.
     bool FitsPage(const STPageNode &stPage) const
     {
