@@ -356,6 +356,13 @@ uint64_t CompareMainReqString(STEventInfo *pstInfo, STCompareInfo *pstCompare, u
         if (!bTimedInWalk) {
             return false;
         }
+        // A page without the saved key cannot match: its window need not be
+        // tested (neither test logs or writes anything).
+        const uint32_t uiSavedKey =
+            enCompareType == COMPARE_URL_WITH_MAIN_REQ_LOCATION ? pstPage->uiLocationKey : pstPage->uiURLKey;
+        if (uiSavedKey == 0) {
+            return false;
+        }
         return stWindow.FitsPage(*pstPage) && CompareMainReqStrWithDiffType(pstPage, pstCompare, enCompareType) == 0;
     });
     if (pstHit == nullptr) {
