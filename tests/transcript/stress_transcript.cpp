@@ -25,6 +25,7 @@
 #include <vector>
 
 #include "browsing_stream.hpp"
+#include "orvane_ott.h"
 #include "webpage_check.hpp"
 
 namespace {
@@ -474,6 +475,126 @@ void Burst(Lane &l, World &w, size_t i)
     }
 }
 
+// OTT: a small pool that runs dry, three flows and two sessions; records,
+// merges (the tail, inside, before the head, across gaps), speeds and
+// releases, with the log level switching. Nodes are named by pool offset.
+std::string OttNodeName(const CMemPool *pool, const void *p)
+{
+    if (p == nullptr) {
+        return "0";
+    }
+    const auto *base = static_cast<const unsigned char *>(pool->m_apstBlock[0]);
+    const auto *q = static_cast<const unsigned char *>(p);
+    const size_t span = static_cast<size_t>(pool->m_uiInitNodeNum) * (pool->m_uiNodeSize + sizeof(STTranNode));
+    return base != nullptr && q >= base && q < base + span ? std::to_string(q - base) : "foreign";
+}
+
+std::string OttList(const CMemPool *pool, const STTranManage &list)
+{
+    std::string s = Fmt("[%u:", list.uiNodeNum);
+    orvane::WalkList(&list, list.uiNodeNum, [&](STTranNode *n) {
+        const auto *t = reinterpret_cast<const STOttTransNode *>(n);
+        s += Fmt(" %s %" PRIu64 "-%" PRIu64 " p%u d%u s%u", OttNodeName(pool, n).c_str(), t->ullBeginTime,
+                 t->ullEndTime, t->uiPayLoad, t->ucDirection, t->ucState);
+        return false;
+    });
+    return s + "]";
+}
+
+std::string OttPool(const CMemPool *pool)
+{
+    std::string s = Fmt("  ott pool free %u used %u:", pool->m_uiFreeNodeNum, pool->m_uiUsedNodeNum);
+    uint32_t n = 0;
+    for (const STTranNode *f = pool->m_pstFreeHead; f != nullptr && n <= pool->m_uiInitNodeNum; f = f->pstNext, ++n) {
+        s += " " + OttNodeName(pool, f);
+    }
+    return s + " tail " + OttNodeName(pool, pool->m_pstFreeTail);
+}
+
+void RunOtt(World &w, size_t steps)
+{
+    uint32_t flowSize = 0;
+    uint32_t sessionSize = 0;
+    CMemPool *pool = API_InitOTTTransSpeed(16 + w.rng.Below(32), &flowSize, &sessionSize);
+    if (pool == nullptr) {
+        w.out.Put("OTT no pool");
+        return;
+    }
+    STOttFlow flows[3];
+    STOttSession sessions[2];
+    for (STOttFlow &f : flows) {
+        API_InitOTTTransSpeedFlow(&f);
+    }
+    for (STOttSession &x : sessions) {
+        API_InitOTTTransSpeedSession(&x);
+    }
+    uint64_t now = 1000;
+    for (size_t i = 0; i < steps; ++i) {
+        STOttFlow &f = flows[w.rng.Below(3)];
+        STOttSession &x = sessions[w.rng.Below(2)];
+        const uint32_t op = w.rng.Below(100);
+        if (op < 3) {
+            g_enSDKLogLevel = w.rng.Below(4);
+            w.out.Put(Fmt("OTT level %u", g_enSDKLogLevel));
+        } else if (op < 60) {
+            STOttTransInput in{};
+            in.ucTransNum = static_cast<uint8_t>(w.rng.Chance(97) ? 1 + w.rng.Below(2) : w.rng.Below(4));
+            for (STOttTrans &t : in.astTrans) {
+                now += w.rng.Below(40);
+                const uint32_t shape = w.rng.Below(10);
+                t.ullBeginTime = shape < 6 ? now - w.rng.Below(60) : (shape < 8 ? w.rng.Below(now + 1) : now + 20);
+                t.ullEndTime = shape == 9 ? t.ullBeginTime - w.rng.Below(2) : t.ullBeginTime + 1 + w.rng.Below(80);
+                t.uiPayLoad = 100 + w.rng.Below(1400);
+                t.ucDirection = static_cast<uint8_t>(w.rng.Chance(97) ? 1 + w.rng.Below(2) : w.rng.Below(4));
+                t.ucState = w.rng.Chance(85) ? OTT_STATE_OVER : static_cast<uint8_t>(w.rng.Below(2));
+            }
+            w.out.Put(Fmt("OTT process %u rc %u", in.ucTransNum, API_OTTTransProcess(&in, pool, &f)));
+        } else if (op < 85) {
+            w.out.Put(Fmt("OTT merge rc %u", API_OTTTransMerge(pool, &x, &f)));
+        } else if (op < 92) {
+            uint64_t up = 0, upDur = 0, dw = 0, dwDur = 0;
+            const uint32_t rc = API_OTTTransSpeed(pool, &x, &up, &upDur, &dw, &dwDur);
+            w.out.Put(Fmt("OTT speed rc %u up %" PRIu64 "/%" PRIu64 " dw %" PRIu64 "/%" PRIu64, rc, up, upDur, dw,
+                          dwDur));
+        } else if (op < 95) {
+            w.out.Put(Fmt("OTT release rc %u %u", API_OTTTransRlease(pool, &f), API_OTTTransRlease(pool, &x)));
+        } else if (op < 97) {
+            // A merge without a pool still stretches the tail.
+            STOttTransNode *n = CreateOTTTransListNode(pool);
+            if (n != nullptr) {
+                n->ullBeginTime = now - w.rng.Below(100);
+                n->ullEndTime = n->ullBeginTime + 1 + w.rng.Below(100);
+                n->uiPayLoad = 7;
+                n->ucDirection = 1;
+                n->ucState = OTT_STATE_OVER;
+                StartMergeTrans(&x.stUpTransList, n, w.rng.Chance(50) ? pool : nullptr);
+                w.out.Put("OTT direct merge " + OttNodeName(pool, n));
+                if (n->stNode.pstNext == nullptr && n->stNode.pstPrev == nullptr &&
+                    pool->m_pstFreeTail != &n->stNode) {
+                    FreeNodeMem(&n->stNode, pool);  // still loose: the daemon returns it
+                }
+            }
+        } else {
+            PrintMemPool(&x, pool);
+            PrintOTTTrans(&x.stUpTransList);
+        }
+        w.out.Put("  flows " + OttList(pool, flows[0].stTransList) + OttList(pool, flows[1].stTransList) +
+                  OttList(pool, flows[2].stTransList));
+        w.out.Put("  up " + OttList(pool, sessions[0].stUpTransList) + OttList(pool, sessions[1].stUpTransList) +
+                  " dw " + OttList(pool, sessions[0].stDwTransList) + OttList(pool, sessions[1].stDwTransList));
+        w.out.Put(OttPool(pool));
+    }
+    for (STOttFlow &f : flows) {
+        API_OTTTransRlease(pool, &f);
+    }
+    for (STOttSession &x : sessions) {
+        API_OTTTransRlease(pool, &x);
+    }
+    w.out.Put(OttPool(pool));
+    FreeCMemPoolList(pool);
+    std::free(pool);
+}
+
 // One seed's life: two page threads browsing, with the daemon's chores and
 // the meddling mixed in.
 void RunSeed(uint64_t seed, size_t steps, Transcript &out)
@@ -565,6 +686,8 @@ void RunSeed(uint64_t seed, size_t steps, Transcript &out)
         w.out.Put(Fmt("END t%u", l.tid));
         API_ReleaseWebPage(l.tid);
     }
+    w.out.Put(Fmt("lines %u", w.lines));
+    RunOtt(w, steps / 4);
     w.out.Put(Fmt("lines %u", w.lines));
     out = w.out;
     orvane_check::ResetLibraryGlobals();
