@@ -5,7 +5,11 @@
 
 namespace {
 
+using orvane::FreeTrans;
 using orvane::kOttErrorTid;
+using orvane::ListInsertTail;
+using orvane::ListRemove;
+using orvane::PoolGive;
 using orvane::TransOf;
 
 STTranManage *TargetList(STOttSession *pstSession, uint8_t ucDirection)
@@ -27,7 +31,7 @@ void ReturnLooseNode(STOttTransNode *pstNode, CMemPool *pstPool, const STTranMan
         LOG_ERROR_AS("FreeOttTransNode", kOttErrorTid, "FreeOttTransNode input param error.");
         return;
     }
-    FreeNodeMem(&pstNode->stNode, pstPool);
+    PoolGive(&pstNode->stNode, pstPool);
 }
 
 // Links pstNode in front of pstBefore. Seen from pstBefore as the head, that
@@ -39,7 +43,7 @@ uint32_t InsertBefore(STTranNode *pstNode, STTranNode *pstBefore, STTranManage *
     }
     STTranNode *const pstHead = pstList->pstHead;
     pstList->pstHead = pstBefore;
-    const uint32_t uiRet = InsertNodeTail(pstNode, pstList);
+    const uint32_t uiRet = ListInsertTail(pstNode, pstList);
     pstList->pstHead = pstHead;
     return uiRet;
 }
@@ -123,7 +127,7 @@ void SumDirection(CMemPool *pstPool, STTranManage *pstList, uint64_t &ullPayLoad
             return true;
         }
         ullDuration += pstNode->ullEndTime - pstNode->ullBeginTime;
-        FreeOttTransNode(pstPool, pstNode, pstList);
+        FreeTrans(pstPool, pstNode, pstList);
         return false;
     });
 }
@@ -163,14 +167,14 @@ uint32_t API_OTTTransMerge(CMemPool *pstPool, STOttSession *pstSession, STOttFlo
             return true;  // the rest of the flow is dropped below
         }
         if (pstNode->ullBeginTime >= pstNode->ullEndTime) {
-            FreeOttTransNode(pstPool, pstNode, pstFlowList);
+            FreeTrans(pstPool, pstNode, pstFlowList);
             return false;
         }
-        if (RemoveNode(pstCur, pstFlowList) != 0) {
+        if (ListRemove(pstCur, pstFlowList) != 0) {
             return true;
         }
         if (pstTarget->uiNodeNum == 0) {
-            InsertNodeTail(pstCur, pstTarget);
+            ListInsertTail(pstCur, pstTarget);
         } else {
             StartMergeTrans(pstTarget, pstNode, pstPool);
         }
@@ -186,13 +190,13 @@ uint32_t API_OTTTransMerge(CMemPool *pstPool, STOttSession *pstSession, STOttFlo
 void StartMergeTrans(STTranManage *pstList, STOttTransNode *pstNew, CMemPool *pstPool)
 {
     if (pstList == nullptr || pstNew == nullptr || pstList->pstHead == nullptr ||
-        GetNodeTail(pstList) == nullptr || pstNew->ullBeginTime >= pstNew->ullEndTime) {
+        pstList->pstHead->pstPrev == nullptr || pstNew->ullBeginTime >= pstNew->ullEndTime) {
         return;
     }
     STOttTransNode *pstHead = TransOf(pstList->pstHead);
-    STOttTransNode *pstTail = TransOf(GetNodeTail(pstList));
+    STOttTransNode *pstTail = TransOf(pstList->pstHead->pstPrev);
     if (pstNew->ullBeginTime > pstTail->ullEndTime) {
-        InsertNodeTail(&pstNew->stNode, pstList);
+        ListInsertTail(&pstNew->stNode, pstList);
         return;
     }
     if (pstNew->ullEndTime < pstHead->ullBeginTime) {
@@ -202,6 +206,14 @@ void StartMergeTrans(STTranManage *pstList, STOttTransNode *pstNew, CMemPool *ps
     // Pull the tail out to the new end, so the end always lands in or before a node.
     if (pstNew->ullEndTime >= pstTail->ullEndTime) {
         pstTail->ullEndTime = pstNew->ullEndTime;
+    }
+    // Both stamps in the tail, the anchor walk's first node: the merge adds
+    // the payload to the tail and returns the new node, as the walk would.
+    if (pstPool != nullptr && pstList->uiNodeNum != 0 && Within(pstNew->ullBeginTime, *pstTail) &&
+        Within(pstNew->ullEndTime, *pstTail)) {
+        pstTail->uiPayLoad += pstNew->uiPayLoad;
+        PoolGive(&pstNew->stNode, pstPool);
+        return;
     }
     const Anchors stAnchors = FindAnchors(pstList, *pstNew);
     if (!stAnchors.Complete()) {
@@ -271,7 +283,7 @@ void UpdateMergeTransPayLoad(STOttTransNode *pstNew, STOttTransNode *pstFirst, S
         }
         STOttTransNode *pstNode = TransOf(pstCur);
         pstFirst->uiPayLoad += pstNode->uiPayLoad;
-        FreeOttTransNode(pstPool, pstNode, pstList);
+        FreeTrans(pstPool, pstNode, pstList);
         return pstNode == pstLast;
     });
 }
