@@ -47,10 +47,37 @@
 #define LOG_INFO_AS(func, tid, ...) ORVANE_LOG_AT_AS(LOG_LEVEL_INFO, func, tid, __VA_ARGS__)
 #define LOG_ERROR_AS(func, tid, ...) ORVANE_LOG_AT_AS(LOG_LEVEL_ERROR, func, tid, __VA_ARGS__)
 
-// Bounded copies with the caller's position, as every module uses them.
-#define ORV_MEMCPY(dst, max, src, n) SF_MEMCPY_Ex((dst), (src), (uint32_t)(max), (uint32_t)(n), ORVANE_SOURCE_FILE, __func__, (uint32_t)__LINE__)
-#define ORV_MEMMOVE(dst, max, src, n) SF_MEMMOVE_Ex((dst), (src), (uint32_t)(max), (uint32_t)(n), ORVANE_SOURCE_FILE, __func__, (uint32_t)__LINE__)
-#define ORV_MEMSET(dst, max, v, n) SF_MEMSET_Ex((dst), (v), (uint32_t)(max), (uint32_t)(n), ORVANE_SOURCE_FILE, __func__, (uint32_t)__LINE__)
+// Bounded copies, as the exported SF_*_Ex wrappers make them (log.cpp):
+// the count cut at the destination's size, nothing done without both ends.
+// Inline here, as these run several times per event; the rare string
+// concatenation keeps its wrapper.
+#include <cstring>
+namespace orvane {
+inline void *BoundedMemcpy(void *pDst, uint32_t uiDstMax, const void *pSrc, uint32_t uiCount)
+{
+    if (pDst != nullptr && pSrc != nullptr) {
+        std::memcpy(pDst, pSrc, uiDstMax < uiCount ? uiDstMax : uiCount);
+    }
+    return pDst;
+}
+inline void *BoundedMemmove(void *pDst, uint32_t uiDstMax, const void *pSrc, uint32_t uiCount)
+{
+    if (pDst != nullptr && pSrc != nullptr) {
+        std::memmove(pDst, pSrc, uiDstMax < uiCount ? uiDstMax : uiCount);
+    }
+    return pDst;
+}
+inline void *BoundedMemset(void *pDst, uint32_t uiDstMax, int32_t iFill, uint32_t uiCount)
+{
+    if (pDst != nullptr) {
+        std::memset(pDst, iFill & 0xFF, uiDstMax < uiCount ? uiDstMax : uiCount);
+    }
+    return pDst;
+}
+}  // namespace orvane
+#define ORV_MEMCPY(dst, max, src, n) orvane::BoundedMemcpy((dst), (uint32_t)(max), (src), (uint32_t)(n))
+#define ORV_MEMMOVE(dst, max, src, n) orvane::BoundedMemmove((dst), (uint32_t)(max), (src), (uint32_t)(n))
+#define ORV_MEMSET(dst, max, v, n) orvane::BoundedMemset((dst), (uint32_t)(max), (int32_t)(v), (uint32_t)(n))
 #define ORV_STRNCAT(dst, max, src, n) SF_STRNCAT_Ex((dst), (src), (uint32_t)(max), (uint32_t)(n), ORVANE_SOURCE_FILE, __func__, (uint32_t)__LINE__)
 
 #endif
