@@ -31,14 +31,7 @@ uint32_t IsListEmpty(const STTranManage *pstList) { return pstList->uiNodeNum ==
 
 uint32_t InsertNodeTail(STTranNode *pstNode, STTranManage *pstList) { return orvane::ListInsertTail(pstNode, pstList); }
 
-uint32_t InsertNodeHead(STTranNode *pstNode, STTranManage *pstList)
-{
-    if (InsertNodeTail(pstNode, pstList) != 0) {
-        return 1;
-    }
-    pstList->pstHead = pstNode;
-    return 0;
-}
+uint32_t InsertNodeHead(STTranNode *pstNode, STTranManage *pstList) { return orvane::ListInsertHead(pstNode, pstList); }
 
 uint32_t RemoveNode(STTranNode *pstNode, STTranManage *pstList) { return orvane::ListRemove(pstNode, pstList); }
 

@@ -47,6 +47,16 @@ inline uint32_t ListInsertTail(STTranNode *pstNode, STTranManage *pstList)
     return 0;
 }
 
+// InsertNodeHead.
+inline uint32_t ListInsertHead(STTranNode *pstNode, STTranManage *pstList)
+{
+    if (ListInsertTail(pstNode, pstList) != 0) {
+        return 1;
+    }
+    pstList->pstHead = pstNode;
+    return 0;
+}
+
 // RemoveNode.
 inline uint32_t ListRemove(STTranNode *pstNode, STTranManage *pstList)
 {

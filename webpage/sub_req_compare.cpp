@@ -228,8 +228,8 @@ uint64_t CompareSubReqString(STEventInfo *pstInfo, STPageNode *pstPage, STCompar
     if (enCompareType == COMPARE_URL_WITH_SUB_REQ_LOCATION) {
         // A redirect location leads to one request only.
         STWebPage *pstCtx = ContextOf(ucTid);
-        if (pstCtx != nullptr && RemoveNode(pstHit, pstList) == 0) {
-            FreeNodeMem(pstHit, &pstCtx->stMatchStrMemPool);
+        if (pstCtx != nullptr && orvane::ListRemove(pstHit, pstList) == 0) {
+            orvane::PoolGive(pstHit, &pstCtx->stMatchStrMemPool);
         }
     }
     if (UpdatePageNode(pstPage, pstInfo, PAGE_TYPE_ASSOCIATE) != 0) {

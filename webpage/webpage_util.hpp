@@ -10,6 +10,7 @@
 
 #include "list_walk.hpp"
 #include "log_macros.h"
+#include "tran_ops.hpp"
 #include "webpage_internal.h"
 
 namespace orvane {
