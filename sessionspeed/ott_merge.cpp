@@ -114,22 +114,59 @@ Anchors FindAnchors(STTranManage *pstList, const STOttTransNode &stNew)
     return stAnchors;
 }
 
+// Drains the list from its head, summing each node and returning it to the
+// pool (FreeOttTransNode's steps). The pool's tail and counters are kept in
+// locals over the loop: no node lies in the pool's or the list's record.
 void SumDirection(CMemPool *pstPool, STTranManage *pstList, uint64_t &ullPayLoad, uint64_t &ullDuration)
 {
-    orvane::DrainList(pstList, [&](STTranNode *pstHead) {
-        if (pstHead == nullptr) {
-            return true;
-        }
+    STTranNode *pstFreeHead = pstPool->m_pstFreeHead;
+    STTranNode *pstFreeTail = pstPool->m_pstFreeTail;
+    uint32_t uiFree = pstPool->m_uiFreeNodeNum;
+    uint32_t uiUsed = pstPool->m_uiUsedNodeNum;
+    STTranNode *pstHead = pstList->pstHead;
+    uint32_t uiNum = pstList->uiNodeNum;
+    uint64_t ullPay = ullPayLoad;
+    uint64_t ullDur = ullDuration;
+    const uint32_t uiCount = uiNum;
+    for (uint32_t i = 0; i < uiCount && pstHead != nullptr; ++i) {
         STOttTransNode *pstNode = TransOf(pstHead);
-        ullPayLoad += pstNode->uiPayLoad;
+        ullPay += pstNode->uiPayLoad;
         // A node without a valid interval ends the sums; the rest is released unread.
         if (pstNode->ullBeginTime == 0 || pstNode->ullEndTime <= pstNode->ullBeginTime) {
-            return true;
+            break;
         }
-        ullDuration += pstNode->ullEndTime - pstNode->ullBeginTime;
-        FreeTrans(pstPool, pstNode, pstList);
-        return false;
-    });
+        ullDur += pstNode->ullEndTime - pstNode->ullBeginTime;
+        // RemoveNode: the node is the head.
+        STTranNode *const pstLinks = pstHead;
+        if (uiNum == 1) {
+            pstHead = nullptr;
+            uiNum = 0;
+        } else if (uiNum != 0 && pstLinks->pstNext != nullptr && pstLinks->pstPrev != nullptr) {
+            pstLinks->pstPrev->pstNext = pstLinks->pstNext;
+            pstLinks->pstNext->pstPrev = pstLinks->pstPrev;
+            pstHead = pstLinks->pstNext;
+            uiNum--;
+        }
+        // FreeNodeMem.
+        pstLinks->pstPrev = nullptr;
+        pstLinks->pstNext = nullptr;
+        if (pstFreeTail != nullptr) {
+            pstFreeTail->pstNext = pstLinks;
+        } else {
+            pstFreeHead = pstLinks;
+        }
+        pstFreeTail = pstLinks;
+        uiFree++;
+        uiUsed--;
+    }
+    pstPool->m_pstFreeHead = pstFreeHead;
+    pstPool->m_pstFreeTail = pstFreeTail;
+    pstPool->m_uiFreeNodeNum = uiFree;
+    pstPool->m_uiUsedNodeNum = uiUsed;
+    pstList->pstHead = pstHead;
+    pstList->uiNodeNum = uiNum;
+    ullPayLoad = ullPay;
+    ullDuration = ullDur;
 }
 
 }  // namespace
