@@ -87,7 +87,7 @@ inline STTranNode *PoolTake(CMemPool *pstPool)
     if (pstPool == nullptr) {
         return nullptr;
     }
-    if (pstPool->m_uiUsedNodeNum >= 4u * pstPool->m_uiFreeNodeNum && pstPool->m_ucGrowMode == kPoolGrowModeOn) {
+    if (pstPool->m_ucGrowMode == kPoolGrowModeOn && pstPool->m_uiUsedNodeNum >= 4u * pstPool->m_uiFreeNodeNum) {
         ReallocNode(pstPool);
     }
     STTranNode *pstNode = pstPool->m_pstFreeHead;

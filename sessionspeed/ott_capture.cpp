@@ -144,7 +144,8 @@ uint32_t API_OTTTransProcess(const STOttTransInput *pstInput, CMemPool *pstPool,
         (pstInput->ucTransNum != 1 && pstInput->ucTransNum != 2)) {
         return OTT_RET_PARAM;
     }
-    for (uint8_t i = 0; i < pstInput->ucTransNum; ++i) {
+    const uint8_t ucTransNum = pstInput->ucTransNum;  // the input is the daemon's, no pool node
+    for (uint8_t i = 0; i < ucTransNum; ++i) {
         const uint32_t uiRet = RecordTrans(pstInput->astTrans[i], pstPool, pstFlow);
         if (uiRet != OTT_RET_OK) {
             return uiRet;  // what was recorded before stays recorded

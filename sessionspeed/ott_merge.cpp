@@ -169,6 +169,45 @@ void SumDirection(CMemPool *pstPool, STTranManage *pstList, uint64_t &ullPayLoad
     ullDuration = ullDur;
 }
 
+// StartMergeTrans, inline in the merge of a flow.
+inline void MergeIntoList(STTranManage *pstList, STOttTransNode *pstNew, CMemPool *pstPool)
+{
+    if (pstList == nullptr || pstNew == nullptr || pstList->pstHead == nullptr ||
+        pstList->pstHead->pstPrev == nullptr || pstNew->ullBeginTime >= pstNew->ullEndTime) {
+        return;
+    }
+    STOttTransNode *pstHead = TransOf(pstList->pstHead);
+    STOttTransNode *pstTail = TransOf(pstList->pstHead->pstPrev);
+    if (pstNew->ullBeginTime > pstTail->ullEndTime) {
+        ListInsertTail(&pstNew->stNode, pstList);
+        return;
+    }
+    if (pstNew->ullEndTime < pstHead->ullBeginTime) {
+        InsertNodeHead(&pstNew->stNode, pstList);
+        return;
+    }
+    // Pull the tail out to the new end, so the end always lands in or before a node.
+    if (pstNew->ullEndTime >= pstTail->ullEndTime) {
+        pstTail->ullEndTime = pstNew->ullEndTime;
+    }
+    // Both stamps in the tail, the anchor walk's first node: the merge adds
+    // the payload to the tail and returns the new node, as the walk would.
+    if (pstPool != nullptr && pstList->uiNodeNum != 0 && Within(pstNew->ullBeginTime, *pstTail) &&
+        Within(pstNew->ullEndTime, *pstTail)) {
+        pstTail->uiPayLoad += pstNew->uiPayLoad;
+        PoolGive(&pstNew->stNode, pstPool);
+        return;
+    }
+    const Anchors stAnchors = FindAnchors(pstList, *pstNew);
+    if (!stAnchors.Complete()) {
+        // Only a list out of time order gets here; the node must not be lost.
+        ReturnLooseNode(pstNew, pstPool, pstList);
+        return;
+    }
+    MergeOneTransaction(pstNew, stAnchors.pstFirst, stAnchors.pstLast, stAnchors.ucBeginKind,
+                        stAnchors.ucEndKind, pstPool, pstList);
+}
+
 }  // namespace
 
 extern "C" {
@@ -213,7 +252,7 @@ uint32_t API_OTTTransMerge(CMemPool *pstPool, STOttSession *pstSession, STOttFlo
         if (pstTarget->uiNodeNum == 0) {
             ListInsertTail(pstCur, pstTarget);
         } else {
-            StartMergeTrans(pstTarget, pstNode, pstPool);
+            MergeIntoList(pstTarget, pstNode, pstPool);
         }
         return false;
     });
@@ -226,40 +265,7 @@ uint32_t API_OTTTransMerge(CMemPool *pstPool, STOttSession *pstSession, STOttFlo
 
 void StartMergeTrans(STTranManage *pstList, STOttTransNode *pstNew, CMemPool *pstPool)
 {
-    if (pstList == nullptr || pstNew == nullptr || pstList->pstHead == nullptr ||
-        pstList->pstHead->pstPrev == nullptr || pstNew->ullBeginTime >= pstNew->ullEndTime) {
-        return;
-    }
-    STOttTransNode *pstHead = TransOf(pstList->pstHead);
-    STOttTransNode *pstTail = TransOf(pstList->pstHead->pstPrev);
-    if (pstNew->ullBeginTime > pstTail->ullEndTime) {
-        ListInsertTail(&pstNew->stNode, pstList);
-        return;
-    }
-    if (pstNew->ullEndTime < pstHead->ullBeginTime) {
-        InsertNodeHead(&pstNew->stNode, pstList);
-        return;
-    }
-    // Pull the tail out to the new end, so the end always lands in or before a node.
-    if (pstNew->ullEndTime >= pstTail->ullEndTime) {
-        pstTail->ullEndTime = pstNew->ullEndTime;
-    }
-    // Both stamps in the tail, the anchor walk's first node: the merge adds
-    // the payload to the tail and returns the new node, as the walk would.
-    if (pstPool != nullptr && pstList->uiNodeNum != 0 && Within(pstNew->ullBeginTime, *pstTail) &&
-        Within(pstNew->ullEndTime, *pstTail)) {
-        pstTail->uiPayLoad += pstNew->uiPayLoad;
-        PoolGive(&pstNew->stNode, pstPool);
-        return;
-    }
-    const Anchors stAnchors = FindAnchors(pstList, *pstNew);
-    if (!stAnchors.Complete()) {
-        // Only a list out of time order gets here; the node must not be lost.
-        ReturnLooseNode(pstNew, pstPool, pstList);
-        return;
-    }
-    MergeOneTransaction(pstNew, stAnchors.pstFirst, stAnchors.pstLast, stAnchors.ucBeginKind,
-                        stAnchors.ucEndKind, pstPool, pstList);
+    MergeIntoList(pstList, pstNew, pstPool);
 }
 
 void MergeOneTransaction(STOttTransNode *pstNew, STOttTransNode *pstFirst, STOttTransNode *pstLast,
