@@ -74,6 +74,41 @@ STPageNode *LatestWebPage(STWebPage *pstCtx)
     return orvane::FindInList<STPageNode>(&pstCtx->stPageNodeList, IsSuccessfulWebPage);
 }
 
+// With TRACE off and sound arguments a sub compare logs nothing until it has
+// found no string, so where that is certain from the event, the list's count
+// and a window that is the page's alone, the compare record need not be made.
+// The verdicts are GetSubCompareInfo's and CompareSubReqString's.
+bool SubCompareFindsNothing(const STPageNode *pstPage, const STEventInfo *pstInfo, uint32_t enCompareType)
+{
+    if (g_enSDKLogLevel <= LOG_LEVEL_TRACE || pstPage == nullptr || pstInfo == nullptr ||
+        !orvane::IsValidThread(pstInfo->ucThreadID)) {
+        return false;
+    }
+    const SubRule *pstRule = SubRuleOf(enCompareType);
+    if (pstRule == nullptr) {
+        return false;
+    }
+    if (pstInfo->usHostLen == 0 && pstInfo->usURLLen == 0 && pstInfo->usRefererUrlLen == 0) {
+        return true;
+    }
+    if ((pstPage->*(pstRule->pstList)).uiNodeNum == 0) {
+        return true;
+    }
+    const orvane::TimeWindow stWindow(enCompareType, pstInfo->ullReqBeginTime, pstInfo->ullReqEndTime,
+                                      pstInfo->usCauseCode);
+    if (stWindow.PageRejects(pstPage->ullPageFirReq)) {
+        return true;
+    }
+    const RefSource stRefBegin(pstRule->enRefBegin, pstPage);
+    const RefSource stRefEnd(pstRule->enRefEnd, pstPage);
+    if (!stRefBegin.PerPage() || !stRefEnd.PerPage()) {
+        return false;
+    }
+    const STMatchStrNode *const pstAny = nullptr;
+    return !stWindow.Fits(stRefBegin.Of(pstAny), stRefEnd.Of(pstAny),
+                          stWindow.LengthFor(pstPage->enNetworkType, pstPage->usCauseCode));
+}
+
 uint64_t CompareWithLatestPage(STEventInfo *pstInfo, uint32_t enCompareType)
 {
     if (pstInfo == nullptr) {
@@ -321,6 +356,9 @@ uint64_t ProcessSpecialUri(STEventInfo *pstInfo)
 
 uint64_t CompareSubReqCommon(STPageNode *pstPage, STEventInfo *pstInfo, uint32_t enCompareType)
 {
+    if (SubCompareFindsNothing(pstPage, pstInfo, enCompareType)) {
+        return 0;
+    }
     STCompareInfo stCompare;
     std::memset(&stCompare, 0, sizeof(stCompare));
     if (GetSubCompareInfo(pstPage, pstInfo, enCompareType, &stCompare) == 1) {
