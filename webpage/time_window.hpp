@@ -105,7 +105,7 @@ public:
     }
 
     // The single-rule windows' verdict against references X and Y.
-    bool Fits(uint64_t ullRefBegin, uint64_t ullRefEnd, uint64_t ullLength) const
+    __attribute__((always_inline)) bool Fits(uint64_t ullRefBegin, uint64_t ullRefEnd, uint64_t ullLength) const
     {
         const bool bBeganBeforeRef = m_ullBegin < ullRefBegin || m_ullBegin < ullRefEnd;
         switch (m_stRule.enKind) {
