@@ -144,7 +144,7 @@ public:
     bool PageRejects(uint64_t ullPageFirReq) const { return m_ullBegin != 0 && ullPageFirReq > m_ullBegin; }
 
     // The same against the page's own last request and response.
-    bool FitsPage(const STPageNode &stPage) const
+    __attribute__((always_inline)) bool FitsPage(const STPageNode &stPage) const
     {
         return FitsPage(stPage.ullPageFirReq, stPage.ullPageLastReq, stPage.ullPageLastRsp,
                         LengthFor(stPage.enNetworkType, stPage.usCauseCode));
