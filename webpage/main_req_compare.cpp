@@ -21,8 +21,8 @@ constexpr uint16_t kPortFormBufLen = LOCATION_MAX_LEN + 1;
 constexpr uint32_t kLevelMainReq = 0;
 
 // Byte comparison over a length the records carry; like the texts' other
-// comparisons it ends at a NUL, so an embedded NUL never leads past it.
-// strncmp(a, b, n) == 0, its first byte tested inline: most texts differ there.
+// comparisons it ends at a NUL, so an embedded NUL never leads past it. The
+// first byte is tested inline: most texts differ there.
 bool SameText(const char *a, const char *b, size_t n)
 {
     return n == 0 || (a[0] == b[0] && (a[0] == '\0' || std::strncmp(a + 1, b + 1, n - 1) == 0));
@@ -113,6 +113,37 @@ uint64_t TakeEvent(STPageNode *pstPage, STEventInfo *pstInfo)
 {
     pstInfo->uiMatchLevel = kLevelMainReq;
     return UpdatePageNode(pstPage, pstInfo, PAGE_TYPE_ASSOCIATE) == 0 ? pstPage->uiPageID : 0;
+}
+
+// With TRACE off and sound arguments a main compare logs nothing until it
+// has found no page, so when no page could take the event by its saved key
+// (the location rule needs one, the host rule needs the event's),
+// the compare record and the time windows need not be made. The pages
+// looked at are the walk's own.
+bool MainCompareFindsNothing(const STEventInfo *pstInfo, uint32_t enCompareType)
+{
+    // The URL rule is left out: every page has a URL key.
+    if (g_enSDKLogLevel <= LOG_LEVEL_TRACE || pstInfo == nullptr || !orvane::IsValidThread(pstInfo->ucThreadID) ||
+        (enCompareType != COMPARE_URL_WITH_MAIN_REQ_LOCATION && enCompareType != COMPARE_HOST_WITH_MAIN_REQ_HOST)) {
+        return false;
+    }
+    const STWebPage *pstCtx = ContextOf(pstInfo->ucThreadID);
+    if (pstCtx == nullptr) {
+        return false;
+    }
+    if (pstInfo->usHostLen == 0 && pstInfo->usURLLen == 0 && pstInfo->usRefererUrlLen == 0) {
+        return true;
+    }
+    const uint32_t uiHostKey = pstInfo->uiHostHashKey;
+    return orvane::WalkList(&pstCtx->stPageNodeList, [&](STTranNode *pstNode) {
+               const STPageNode *pstPage = PageOf(pstNode);
+               if (!IsSuccessfulWebPage(pstPage)) {
+                   return false;
+               }
+               return enCompareType == COMPARE_URL_WITH_MAIN_REQ_LOCATION
+                          ? pstPage->uiLocationKey != 0
+                          : PageTextsFit(pstPage) && pstPage->uiHostKey == uiHostKey;
+           }) == nullptr;
 }
 
 }  // namespace
@@ -448,6 +479,9 @@ void SpecialProcUrlWithMainReqLocation(STPageNode *pstPage, STEventInfo *pstInfo
 
 uint64_t CompareMainReqCommon(STEventInfo *pstInfo, uint32_t enCompareType)
 {
+    if (MainCompareFindsNothing(pstInfo, enCompareType)) {
+        return 0;
+    }
     STCompareInfo stCompare;
     std::memset(&stCompare, 0, sizeof(stCompare));
     if (GetCompareInfo(pstInfo, enCompareType, &stCompare) == 1) {
