@@ -34,14 +34,16 @@ constexpr SubRule kSubRules[] = {
     {COMPARE_REFERER_WITH_REFERER, &STPageNode::stRefererList, RefTime::PageLastReq, RefTime::PageLastRsp},
 };
 
+// The rules are listed in compare-type order.
+static_assert(kSubRules[0].enCompareType == COMPARE_URL_WITH_SUB_REQ_LOCATION &&
+                  kSubRules[1].enCompareType == COMPARE_REFERER_WITH_SUB_REQ_URL &&
+                  kSubRules[2].enCompareType == COMPARE_HOST_WITH_SUB_REQ_HOST &&
+                  kSubRules[3].enCompareType == COMPARE_REFERER_WITH_REFERER,
+              "sub rules indexed by compare type");
 const SubRule *SubRuleOf(uint32_t enCompareType)
 {
-    for (const SubRule &stRule : kSubRules) {
-        if (stRule.enCompareType == enCompareType) {
-            return &stRule;
-        }
-    }
-    return nullptr;
+    const uint32_t uiIndex = enCompareType - COMPARE_URL_WITH_SUB_REQ_LOCATION;
+    return uiIndex < sizeof(kSubRules) / sizeof(kSubRules[0]) ? &kSubRules[uiIndex] : nullptr;
 }
 
 // Where a walk over saved strings takes one reference time from: a field of
