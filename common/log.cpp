@@ -1,5 +1,6 @@
 // The single log sink of the library and the bounded copy wrappers.
 #include "orvane_log.h"
+#include "log_macros.h"
 
 #include <cstdarg>
 #include <cstdio>
@@ -130,7 +131,82 @@ bool FormatMessage(LineWriter &out, const char *pcFormat, va_list args)
     return true;
 }
 
+// The line of SDKLog: the level is tested, the file name already cut.
+void WriteLine(uint32_t uiThreadID, uint32_t uiLevel, const orvane::LogFileName &stName, const char *pcFunc,
+               uint32_t uiLine, const char *pcFormat, va_list args)
+{
+    // The line is built in one pass: the message is formatted straight into
+    // it, bounded as its own buffer would bound it.
+    char acLine[kLineBuf];
+    LineWriter out(acLine, kLineBuf - 2);
+    out.Bytes("[TID=", 5);
+    out.Number(uiThreadID & 0xFFu);
+    out.Bytes("][", 2);
+    out.Text(g_enLoglevelInfo[uiLevel]);
+    out.Bytes("][", 2);
+    out.Text(pcFunc != nullptr ? pcFunc : "");
+    out.Char(']');
+
+    va_list again;
+    va_copy(again, args);
+    const size_t uiMsgStart = out.Size();
+    if (!FormatMessage(out, pcFormat, args)) {
+        // A conversion the library's own lines never use: the C library's.
+        char acMsg[kMessageBuf];
+        std::vsnprintf(acMsg, kMessageBuf - 1, pcFormat, again);
+        acMsg[kMessageBuf - 1] = '\0';
+        out.Rewind(uiMsgStart);
+        out.Limit(SIZE_MAX);
+        out.Text(acMsg);
+    }
+    va_end(again);
+
+    out.Char(';');
+    out.Bytes(stName.pcName, stName.uiLen);
+    out.Char(':');
+    out.Number(uiLine);
+    out.End();
+
+    PFDaemonSDKLog pfLog = g_funcDaemonSDKLog;
+    if (pfLog != nullptr) {
+        pfLog(uiLevel, acLine);
+    }
+}
+
+// GetFileName's cut of a path: after its last backslash, at most the last
+// 32 characters; no path gives an empty name.
+orvane::LogFileName NameOfPath(const char *pcPath)
+{
+    if (pcPath == nullptr) {
+        return {"", 0};
+    }
+    const char *pcName = std::strrchr(pcPath, '\\');
+    pcName = (pcName != nullptr) ? pcName + 1 : pcPath;
+    size_t len = std::strlen(pcName);
+    if (len >= kFileNameBuf) {
+        pcName += len - (kFileNameBuf - 1);
+        len = kFileNameBuf - 1;
+    }
+    return {pcName, static_cast<uint32_t>(len)};
+}
+
 }  // namespace
+
+namespace orvane {
+
+void LogNamed(uint32_t uiThreadID, uint32_t uiLevel, const LogFileName &stName, const char *pcFunc, uint32_t uiLine,
+              const char *pcFormat, ...)
+{
+    if (pcFormat == nullptr || uiLevel >= kLevelCount || g_enSDKLogLevel > uiLevel) {
+        return;
+    }
+    va_list args;
+    va_start(args, pcFormat);
+    WriteLine(uiThreadID, uiLevel, stName, pcFunc, uiLine, pcFormat, args);
+    va_end(args);
+}
+
+}  // namespace orvane
 
 extern "C" {
 
@@ -169,49 +245,11 @@ void SDKLog(uint32_t uiThreadID, uint32_t uiLevel, const char *pcFile, const cha
     if (pcFormat == nullptr || uiLevel >= kLevelCount || g_enSDKLogLevel > uiLevel) {
         return;
     }
-    char acFile[kFileNameBuf];
-    std::memset(acFile, 0, sizeof(acFile));
-    GetFileName(pcFile, acFile, kFileNameBuf);
-
-    // The line is built in one pass: the message is formatted straight into
-    // it, bounded as its own buffer would bound it.
-    char acLine[kLineBuf];
-    LineWriter out(acLine, kLineBuf - 2);
-    out.Text("[TID=");
-    out.Number(uiThreadID & 0xFFu);
-    out.Text("][");
-    out.Text(g_enLoglevelInfo[uiLevel]);
-    out.Text("][");
-    out.Text(pcFunc != nullptr ? pcFunc : "");
-    out.Char(']');
-
+    const orvane::LogFileName stName = NameOfPath(pcFile);
     va_list args;
     va_start(args, pcFormat);
-    va_list again;
-    va_copy(again, args);
-    const size_t uiMsgStart = out.Size();
-    if (!FormatMessage(out, pcFormat, args)) {
-        // A conversion the library's own lines never use: the C library's.
-        char acMsg[kMessageBuf];
-        std::vsnprintf(acMsg, kMessageBuf - 1, pcFormat, again);
-        acMsg[kMessageBuf - 1] = '\0';
-        out.Rewind(uiMsgStart);
-        out.Limit(SIZE_MAX);
-        out.Text(acMsg);
-    }
-    va_end(again);
+    WriteLine(uiThreadID, uiLevel, stName, pcFunc, uiLine, pcFormat, args);
     va_end(args);
-
-    out.Char(';');
-    out.Text(acFile);
-    out.Char(':');
-    out.Number(uiLine);
-    out.End();
-
-    PFDaemonSDKLog pfLog = g_funcDaemonSDKLog;
-    if (pfLog != nullptr) {
-        pfLog(uiLevel, acLine);
-    }
 }
 
 void *SF_MEMCPY_Ex(void *pDst, const void *pSrc, uint32_t uiDstMax, uint32_t uiCount,
