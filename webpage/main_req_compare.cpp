@@ -115,6 +115,44 @@ uint64_t TakeEvent(STPageNode *pstPage, STEventInfo *pstInfo)
     return UpdatePageNode(pstPage, pstInfo, PAGE_TYPE_ASSOCIATE) == 0 ? pstPage->uiPageID : 0;
 }
 
+// The page walk of CompareMainReqString, one per compare type so that the
+// rule's window constants fold into the test.
+template <uint32_t CompareType>
+STTranNode *WalkMainPages(STTranManage *pstList, STEventInfo *pstInfo, STCompareInfo *pstCompare, const char *pcFunc,
+                          uint64_t *pullHostPageID)
+{
+    const uint8_t ucTid = pstInfo->ucThreadID;
+    // Only the location and URL rules test time inside this walk.
+    constexpr bool bTimedInWalk =
+        CompareType == COMPARE_URL_WITH_MAIN_REQ_LOCATION || CompareType == COMPARE_REFERER_WITH_MAIN_REQ_URL;
+    const orvane::TimeWindow stWindow(bTimedInWalk ? CompareType : uint32_t{COMPARE_NONE}, pstInfo->ullReqBeginTime,
+                                      pstInfo->ullReqEndTime, pstInfo->usCauseCode);
+    return orvane::WalkList(pstList, [&](STTranNode *pstNode) {
+        STPageNode *pstPage = PageOf(pstNode);
+        LOG_TRACE_AS(pcFunc, ucTid, "PageType is %u, PageFlag is %u.", pstPage->uiPageType, pstPage->usPageFlag);
+        if (!IsSuccessfulWebPage(pstPage)) {
+            return false;
+        }
+        if (CompareType == COMPARE_HOST_WITH_MAIN_REQ_HOST) {
+            // The host rule updates the page itself and, on a failed update,
+            // lets older pages try.
+            *pullHostPageID = SpecialProcHostWithMainReqHost(pstPage, pstInfo, pstCompare, CompareType);
+            return *pullHostPageID != 0;
+        }
+        if (!bTimedInWalk) {
+            return false;
+        }
+        // A page without the saved key cannot match: its window need not be
+        // tested (neither test logs or writes anything).
+        const uint32_t uiSavedKey =
+            CompareType == COMPARE_URL_WITH_MAIN_REQ_LOCATION ? pstPage->uiLocationKey : pstPage->uiURLKey;
+        if (uiSavedKey == 0) {
+            return false;
+        }
+        return stWindow.FitsPage(*pstPage) && CompareMainReqStrWithDiffType(pstPage, pstCompare, CompareType) == 0;
+    });
+}
+
 // With TRACE off and sound arguments a main compare logs nothing until it
 // has found no page, so when no page could take the event by its saved key
 // (the location rule needs one, the host rule needs the event's),
@@ -369,37 +407,25 @@ uint64_t CompareMainReqString(STEventInfo *pstInfo, STCompareInfo *pstCompare, u
     }
     LOG_TRACE(ucTid, "PageNum is %u, CompareType is %u.", pstList->uiNodeNum, enCompareType);
 
-    const char *const pcFunc = __func__;
-    // Only the location and URL rules test time inside this walk.
-    const bool bTimedInWalk =
-        enCompareType == COMPARE_URL_WITH_MAIN_REQ_LOCATION || enCompareType == COMPARE_REFERER_WITH_MAIN_REQ_URL;
-    const orvane::TimeWindow stWindow(bTimedInWalk ? enCompareType : uint32_t{COMPARE_NONE}, pstInfo->ullReqBeginTime,
-                                      pstInfo->ullReqEndTime, pstInfo->usCauseCode);
     uint64_t ullHostPageID = 0;
-    STTranNode *pstHit = orvane::WalkList(pstList, [&](STTranNode *pstNode) {
-        STPageNode *pstPage = PageOf(pstNode);
-        LOG_TRACE_AS(pcFunc, ucTid, "PageType is %u, PageFlag is %u.", pstPage->uiPageType, pstPage->usPageFlag);
-        if (!IsSuccessfulWebPage(pstPage)) {
-            return false;
-        }
-        if (enCompareType == COMPARE_HOST_WITH_MAIN_REQ_HOST) {
-            // The host rule updates the page itself and, on a failed update,
-            // lets older pages try.
-            ullHostPageID = SpecialProcHostWithMainReqHost(pstPage, pstInfo, pstCompare, enCompareType);
-            return ullHostPageID != 0;
-        }
-        if (!bTimedInWalk) {
-            return false;
-        }
-        // A page without the saved key cannot match: its window need not be
-        // tested (neither test logs or writes anything).
-        const uint32_t uiSavedKey =
-            enCompareType == COMPARE_URL_WITH_MAIN_REQ_LOCATION ? pstPage->uiLocationKey : pstPage->uiURLKey;
-        if (uiSavedKey == 0) {
-            return false;
-        }
-        return stWindow.FitsPage(*pstPage) && CompareMainReqStrWithDiffType(pstPage, pstCompare, enCompareType) == 0;
-    });
+    STTranNode *pstHit = nullptr;
+    switch (enCompareType) {
+        case COMPARE_URL_WITH_MAIN_REQ_LOCATION:
+            pstHit = WalkMainPages<COMPARE_URL_WITH_MAIN_REQ_LOCATION>(pstList, pstInfo, pstCompare, __func__,
+                                                                      &ullHostPageID);
+            break;
+        case COMPARE_REFERER_WITH_MAIN_REQ_URL:
+            pstHit = WalkMainPages<COMPARE_REFERER_WITH_MAIN_REQ_URL>(pstList, pstInfo, pstCompare, __func__,
+                                                                     &ullHostPageID);
+            break;
+        case COMPARE_HOST_WITH_MAIN_REQ_HOST:
+            pstHit = WalkMainPages<COMPARE_HOST_WITH_MAIN_REQ_HOST>(pstList, pstInfo, pstCompare, __func__,
+                                                                   &ullHostPageID);
+            break;
+        default:
+            pstHit = WalkMainPages<COMPARE_NONE>(pstList, pstInfo, pstCompare, __func__, &ullHostPageID);
+            break;
+    }
     if (pstHit == nullptr) {
         return 0;
     }

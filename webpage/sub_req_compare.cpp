@@ -80,35 +80,50 @@ STPageNode *LatestWebPage(STWebPage *pstCtx)
 // found no string, so where that is certain from the event, the list's count
 // and a window that is the page's alone, the compare record need not be made.
 // The verdicts are GetSubCompareInfo's and CompareSubReqString's.
-bool SubCompareFindsNothing(const STPageNode *pstPage, const STEventInfo *pstInfo, uint32_t enCompareType)
+// The rule's constants fold into the window test when the type is known here.
+template <uint32_t CompareType>
+bool SubCompareFindsNothingFor(const STPageNode *pstPage, const STEventInfo *pstInfo)
 {
-    if (g_enSDKLogLevel <= LOG_LEVEL_TRACE || pstPage == nullptr || pstInfo == nullptr ||
-        !orvane::IsValidThread(pstInfo->ucThreadID)) {
-        return false;
-    }
-    const SubRule *pstRule = SubRuleOf(enCompareType);
-    if (pstRule == nullptr) {
-        return false;
-    }
+    const SubRule &stRule = kSubRules[CompareType - COMPARE_URL_WITH_SUB_REQ_LOCATION];
     if (pstInfo->usHostLen == 0 && pstInfo->usURLLen == 0 && pstInfo->usRefererUrlLen == 0) {
         return true;
     }
-    if ((pstPage->*(pstRule->pstList)).uiNodeNum == 0) {
+    if ((pstPage->*(stRule.pstList)).uiNodeNum == 0) {
         return true;
     }
-    const orvane::TimeWindow stWindow(enCompareType, pstInfo->ullReqBeginTime, pstInfo->ullReqEndTime,
+    const orvane::TimeWindow stWindow(CompareType, pstInfo->ullReqBeginTime, pstInfo->ullReqEndTime,
                                       pstInfo->usCauseCode);
     if (stWindow.PageRejects(pstPage->ullPageFirReq)) {
         return true;
     }
-    const RefSource stRefBegin(pstRule->enRefBegin, pstPage);
-    const RefSource stRefEnd(pstRule->enRefEnd, pstPage);
+    const RefSource stRefBegin(stRule.enRefBegin, pstPage);
+    const RefSource stRefEnd(stRule.enRefEnd, pstPage);
     if (!stRefBegin.PerPage() || !stRefEnd.PerPage()) {
         return false;
     }
     const STMatchStrNode *const pstAny = nullptr;
     return !stWindow.Fits(stRefBegin.Of(pstAny), stRefEnd.Of(pstAny),
                           stWindow.LengthFor(pstPage->enNetworkType, pstPage->usCauseCode));
+}
+
+bool SubCompareFindsNothing(const STPageNode *pstPage, const STEventInfo *pstInfo, uint32_t enCompareType)
+{
+    if (g_enSDKLogLevel <= LOG_LEVEL_TRACE || pstPage == nullptr || pstInfo == nullptr ||
+        !orvane::IsValidThread(pstInfo->ucThreadID)) {
+        return false;
+    }
+    switch (enCompareType) {
+        case COMPARE_URL_WITH_SUB_REQ_LOCATION:
+            return SubCompareFindsNothingFor<COMPARE_URL_WITH_SUB_REQ_LOCATION>(pstPage, pstInfo);
+        case COMPARE_REFERER_WITH_SUB_REQ_URL:
+            return SubCompareFindsNothingFor<COMPARE_REFERER_WITH_SUB_REQ_URL>(pstPage, pstInfo);
+        case COMPARE_HOST_WITH_SUB_REQ_HOST:
+            return SubCompareFindsNothingFor<COMPARE_HOST_WITH_SUB_REQ_HOST>(pstPage, pstInfo);
+        case COMPARE_REFERER_WITH_REFERER:
+            return SubCompareFindsNothingFor<COMPARE_REFERER_WITH_REFERER>(pstPage, pstInfo);
+        default:
+            return false;
+    }
 }
 
 uint64_t CompareWithLatestPage(STEventInfo *pstInfo, uint32_t enCompareType)
