@@ -115,6 +115,44 @@ uint64_t TakeEvent(STPageNode *pstPage, STEventInfo *pstInfo)
     return UpdatePageNode(pstPage, pstInfo, PAGE_TYPE_ASSOCIATE) == 0 ? pstPage->uiPageID : 0;
 }
 
+// Necessary conditions of the main text rules, read from first bytes: when
+// one fails, CompareMainReqStrWithDiffType finds the page different. Its
+// equivalences also terminate the page's text and the event's referer at
+// their lengths, but every writer of those texts terminates them there, so
+// leaving the compare out changes no byte.
+bool LocationMayMatch(const STPageNode *pstPage, const STCompareInfo *pstCompare)
+{
+    if (pstPage->uiLocationKey == pstCompare->uiURLKey) {
+        return true;
+    }
+    const size_t l = pstPage->usLocationLen;
+    const size_t h = pstCompare->usHostLen;
+    const size_t u = pstCompare->usURLLen;
+    if (l == 0 || u == 0 || h > pstCompare->usHostMaxLen || u > pstCompare->usURLMaxLen ||
+        pstCompare->pcHost == nullptr || pstCompare->pcURL == nullptr || u < h || pstCompare->usURLMaxLen < h) {
+        return false;
+    }
+    const char cLocation = pstPage->acLocation[0];
+    if (h == 0) {
+        return true;
+    }
+    const size_t p = u - h;
+    return cLocation == pstCompare->pcHost[0] || (p != 0 && p >= l && cLocation == pstCompare->pcURL[h]);
+}
+
+bool RefererMayMatch(const STPageNode *pstPage, const STCompareInfo *pstCompare)
+{
+    if (pstPage->uiURLKey == pstCompare->uiRefererKey) {
+        return true;
+    }
+    const size_t r = pstCompare->usRefererLen;
+    const size_t g = pstPage->usHostLen;
+    if (pstPage->usURLLen == 0 || r == 0 || r > pstCompare->usRefererMaxLen || pstCompare->pcReferer == nullptr) {
+        return false;
+    }
+    return g == 0 || (r >= g && pstCompare->pcReferer[0] == pstPage->acHost[0]);
+}
+
 // The page walk of CompareMainReqString, one per compare type so that the
 // rule's window constants fold into the test.
 template <uint32_t CompareType>
@@ -147,6 +185,10 @@ STTranNode *WalkMainPages(STTranManage *pstList, STEventInfo *pstInfo, STCompare
         const uint32_t uiSavedKey =
             CompareType == COMPARE_URL_WITH_MAIN_REQ_LOCATION ? pstPage->uiLocationKey : pstPage->uiURLKey;
         if (uiSavedKey == 0) {
+            return false;
+        }
+        if (CompareType == COMPARE_URL_WITH_MAIN_REQ_LOCATION ? !LocationMayMatch(pstPage, pstCompare)
+                                                              : !RefererMayMatch(pstPage, pstCompare)) {
             return false;
         }
         return stWindow.FitsPage(*pstPage) && CompareMainReqStrWithDiffType(pstPage, pstCompare, CompareType) == 0;
