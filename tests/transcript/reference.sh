@@ -13,6 +13,6 @@ work="$(mktemp -d)"
 trap 'rm -rf "$work"' EXIT
 git -C "$root" archive "$commit" common webpage sessionspeed | tar -x -C "$work"
 "${CXX:-g++}" -std=c++17 -O1 -fno-exceptions -fno-rtti -I"$work/common" -I"$work/webpage" -I"$work/sessionspeed" \
-  -I"$root/tests" "$work"/common/*.cpp "$work"/webpage/*.cpp "$work"/sessionspeed/*.cpp \
+  -I"$root/tests" -I"$root/fuzz" "$work"/common/*.cpp "$work"/webpage/*.cpp "$work"/sessionspeed/*.cpp \
   "$root/tests/transcript/stress_transcript.cpp" -o "$work/reference_transcript"
 "$work/reference_transcript" "${@:---record}"

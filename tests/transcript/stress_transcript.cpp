@@ -27,6 +27,7 @@
 #include "browsing_stream.hpp"
 #include "orvane_ott.h"
 #include "webpage_check.hpp"
+#include "webpage_fuzz_driver.hpp"
 
 namespace {
 
@@ -148,7 +149,16 @@ void SetText(char *dst, size_t cap, const char *src)
 // One rewrite of the configuration a daemon may change at any time.
 std::string Meddle(Rng &rng)
 {
-    switch (rng.Below(9)) {
+    switch (rng.Below(13)) {
+    case 9:
+    case 10:
+    case 11:
+    case 12:
+        // Back to the defaults, so that the rules keep matching between rewrites.
+        InitWebPageConfig(&g_stPageConfig);
+        std::memset(g_auiTimeThreshold, 0, sizeof(g_auiTimeThreshold));
+        g_ausCauseCode407[0] = 407;
+        return "defaults";
     case 0:
     case 1: {
         static constexpr uint32_t kLevels[] = {0, 1, 2, 3, 3, 2};
@@ -287,6 +297,34 @@ void Bind(OwnedEvent &o)
         *ptrs[i] = o.null[i] ? nullptr : reinterpret_cast<const unsigned char *>(o.text[i].data());
         if (!o.null[i]) {
             *lens[i] = static_cast<uint16_t>(o.text[i].size());
+        }
+    }
+}
+
+// Requests carry their transaction's status and content type, as the replay
+// tool's traces do; the stream's URIs lose their leading slash at times.
+void TypeRequest(OwnedEvent &o, Rng &rng)
+{
+    const std::string &uri = o.text[1];
+    auto endsWith = [&](const char *suffix) {
+        const size_t n = std::strlen(suffix);
+        return uri.size() >= n && uri.compare(uri.size() - n, n, suffix) == 0;
+    };
+    const char *type = endsWith(".html") || endsWith("/") ? "text/html; charset=utf-8"
+                       : endsWith(".css")                 ? "text/css"
+                       : endsWith(".js")                  ? "application/javascript"
+                       : endsWith(".png")                 ? "image/png"
+                                                          : "application/json";
+    if (o.null[5] && rng.Chance(90)) {
+        o.null[5] = false;
+        o.text[5] = type;
+    }
+    if (o.ev.usRspCode == 0) {
+        o.ev.usRspCode = rng.Chance(90) ? 200 : (rng.Chance(50) ? 404 : 302);
+    }
+    for (int f : {1, 3}) {
+        if (!o.text[f].empty() && o.text[f][0] == '/' && rng.Chance(50)) {
+            o.text[f].erase(0, 1);
         }
     }
 }
@@ -595,6 +633,60 @@ void RunOtt(World &w, size_t steps)
     std::free(pool);
 }
 
+// An event of the fuzzers' vocabulary on one of the lane's last flows: hosts,
+// paths, referers and locations that refer to each other in the spellings
+// the text equivalences take (schemes, ports, relative paths, capitals, NUL
+// bytes, cut texts).
+void VocabularyEvent(Lane &l, World &w, size_t i, uint64_t now)
+{
+    std::vector<uint8_t> bytes(96);
+    for (uint8_t &b : bytes) {
+        b = static_cast<uint8_t>(w.rng.Below(256));
+    }
+    orvane_fuzz::ByteReader in(bytes.data(), bytes.size());
+    orvane_fuzz::FuzzString str[orvane_fuzz::kFieldNum];
+    const uint8_t mask = static_cast<uint8_t>(in.U8() | 1);
+    for (int f = 0; f < orvane_fuzz::kFieldNum; ++f) {
+        if ((mask >> f) & 1) {
+            orvane_fuzz::ReadString(in, f, str[f]);
+        }
+    }
+    OwnedEvent o;
+    const int flow = kFlows - 6 - static_cast<int>(w.rng.Below(4));
+    o.ev.ucProtol = 6;
+    o.ev.usEventID = w.rng.Chance(65) ? WEBPAGE_EVENT_REQUEST : WEBPAGE_EVENT_RESPONSE;
+    o.ev.ucReqMethod = w.rng.Chance(80) ? WEBPAGE_METHOD_GET : WEBPAGE_METHOD_POST;
+    static constexpr uint32_t kCodes[] = {200, 200, 301, 302, 304, 404, 407, 500};
+    o.ev.usRspCode = kCodes[w.rng.Below(8)];
+    o.ev.usClientPort = static_cast<uint16_t>(42000 + flow);
+    o.ev.usServerPort = w.rng.Chance(50) ? 443 : 8080;
+    o.ev.uiClientIp = 0x0A000004;
+    o.ev.uiServerIp = 0xCB007100u + static_cast<uint32_t>(flow);
+    o.ev.enNetworkType = w.rng.Below(4);
+    o.ev.ullMsgBeginTime = now + w.rng.Below(3000) * kMs;
+    o.ev.ullMsgEndTime = o.ev.ullMsgBeginTime + w.rng.Below(400) * kMs;
+    o.ev.ullFirTime = o.ev.ullMsgBeginTime - 30 * kMs;
+    for (int f = 0; f < orvane_fuzz::kFieldNum; ++f) {
+        const orvane_fuzz::FuzzString &fs = str[f];
+        o.null[f] = ((mask >> f) & 1) == 0 || fs.nullPtr;
+        o.text[f].assign(fs.bytes.begin(), fs.bytes.end());
+    }
+    Bind(o);
+    for (int f = 0; f < orvane_fuzz::kFieldNum; ++f) {
+        if (str[f].nullPtr) {
+            // A length without a pointer, as a broken daemon might send.
+            uint16_t *lens[6] = {&o.ev.usHostLen, &o.ev.usURLLen, &o.ev.usReferHostLen, &o.ev.usReferURLLen,
+                                 &o.ev.usLocationLen, &o.ev.usContentTypeLen};
+            *lens[f] = str[f].len;
+        }
+    }
+    uint64_t id = 0x5A5A;
+    const uint32_t rc = API_AssociateWebPage(l.tid, &l.flows[flow], &o.ev, &id);
+    w.out.Put(Fmt("VOCAB %zu t%u flow %d rc %u id %" PRIx64 " | ", i, l.tid, flow, rc, id) +
+              FlowText(l.flows[flow], l.tid));
+    w.out.Put(Pools());
+}
+
 // One seed's life: two page threads browsing, with the daemon's chores and
 // the meddling mixed in.
 void RunSeed(uint64_t seed, size_t steps, Transcript &out)
@@ -660,6 +752,10 @@ void RunSeed(uint64_t seed, size_t steps, Transcript &out)
             Burst(l, w, i);
             continue;
         }
+        if (w.rng.Chance(15)) {
+            VocabularyEvent(l, w, i, l.stream.Now());
+            continue;
+        }
         orvane_stream::Step s = l.stream.Next();
         if (s.timer) {
             if (dryTimer > 0) {
@@ -673,6 +769,9 @@ void RunSeed(uint64_t seed, size_t steps, Transcript &out)
         }
         OwnedEvent o;
         Own(o, s.ev);
+        if (o.ev.usEventID == WEBPAGE_EVENT_REQUEST) {
+            TypeRequest(o, w.rng);
+        }
         const uint32_t mutations = w.rng.Chance(20) ? 1 + w.rng.Below(3) : 0;
         for (uint32_t m = 0; m < mutations; ++m) {
             Mutate(o, w.rng);
