@@ -86,18 +86,21 @@ bool InGapBefore(uint64_t ullStamp, const STOttTransNode &stPrev, const STOttTra
 // checks decides which node a touching stamp belongs to.
 Anchors FindAnchors(STTranManage *pstList, const STOttTransNode &stNew)
 {
+    // Nothing in the walk writes the new node: its stamps stay in registers.
+    const uint64_t ullBegin = stNew.ullBeginTime;
+    const uint64_t ullEnd = stNew.ullEndTime;
     Anchors stAnchors;
     STTranNode *const pstHead = pstList->pstHead;
     orvane::WalkListBackward(pstList, pstList->uiNodeNum, [&](STTranNode *pstCur) {
         STOttTransNode &stCur = *TransOf(pstCur);
-        if (Within(stNew.ullBeginTime, stCur) && stAnchors.SetFirst(&stCur, OTT_MERGE_INSIDE)) {
+        if (Within(ullBegin, stCur) && stAnchors.SetFirst(&stCur, OTT_MERGE_INSIDE)) {
             return true;
         }
-        if (Within(stNew.ullEndTime, stCur) && stAnchors.SetLast(&stCur, OTT_MERGE_INSIDE)) {
+        if (Within(ullEnd, stCur) && stAnchors.SetLast(&stCur, OTT_MERGE_INSIDE)) {
             return true;
         }
         if (pstCur == pstHead) {
-            if (stNew.ullBeginTime < stCur.ullBeginTime) {
+            if (ullBegin < stCur.ullBeginTime) {
                 stAnchors.SetFirst(&stCur, OTT_MERGE_BEFORE);
             }
             return true;
@@ -106,10 +109,10 @@ Anchors FindAnchors(STTranManage *pstList, const STOttTransNode &stNew)
             return true;
         }
         const STOttTransNode &stPrev = *TransOf(pstCur->pstPrev);
-        if (InGapBefore(stNew.ullBeginTime, stPrev, stCur) && stAnchors.SetFirst(&stCur, OTT_MERGE_BEFORE)) {
+        if (InGapBefore(ullBegin, stPrev, stCur) && stAnchors.SetFirst(&stCur, OTT_MERGE_BEFORE)) {
             return true;
         }
-        return InGapBefore(stNew.ullEndTime, stPrev, stCur) && stAnchors.SetLast(&stCur, OTT_MERGE_BEFORE);
+        return InGapBefore(ullEnd, stPrev, stCur) && stAnchors.SetLast(&stCur, OTT_MERGE_BEFORE);
     });
     return stAnchors;
 }
@@ -169,6 +172,20 @@ void SumDirection(CMemPool *pstPool, STTranManage *pstList, uint64_t &ullPayLoad
     ullDuration = ullDur;
 }
 
+// The anchor walk and the merge it finds, kept out of line: its loop is
+// compiled on its own, not inside the flow walk.
+__attribute__((noinline)) void MergeByAnchors(STTranManage *pstList, STOttTransNode *pstNew, CMemPool *pstPool)
+{
+    const Anchors stAnchors = FindAnchors(pstList, *pstNew);
+    if (!stAnchors.Complete()) {
+        // Only a list out of time order gets here; the node must not be lost.
+        ReturnLooseNode(pstNew, pstPool, pstList);
+        return;
+    }
+    MergeOneTransaction(pstNew, stAnchors.pstFirst, stAnchors.pstLast, stAnchors.ucBeginKind,
+                        stAnchors.ucEndKind, pstPool, pstList);
+}
+
 // StartMergeTrans, inline in the merge of a flow.
 inline void MergeIntoList(STTranManage *pstList, STOttTransNode *pstNew, CMemPool *pstPool)
 {
@@ -198,14 +215,7 @@ inline void MergeIntoList(STTranManage *pstList, STOttTransNode *pstNew, CMemPoo
         PoolGive(&pstNew->stNode, pstPool);
         return;
     }
-    const Anchors stAnchors = FindAnchors(pstList, *pstNew);
-    if (!stAnchors.Complete()) {
-        // Only a list out of time order gets here; the node must not be lost.
-        ReturnLooseNode(pstNew, pstPool, pstList);
-        return;
-    }
-    MergeOneTransaction(pstNew, stAnchors.pstFirst, stAnchors.pstLast, stAnchors.ucBeginKind,
-                        stAnchors.ucEndKind, pstPool, pstList);
+    MergeByAnchors(pstList, pstNew, pstPool);
 }
 
 }  // namespace
