@@ -81,7 +81,9 @@ inline uint32_t ListRemove(STTranNode *pstNode, STTranManage *pstList)
     return 0;
 }
 
-// ApplyNodeMem.
+// ApplyNodeMem; ClearLinks false leaves the node's links as the free list
+// had them, for a caller that links or returns the node at once.
+template <bool ClearLinks = true>
 inline STTranNode *PoolTake(CMemPool *pstPool)
 {
     if (pstPool == nullptr) {
@@ -98,11 +100,26 @@ inline STTranNode *PoolTake(CMemPool *pstPool)
     if (pstPool->m_pstFreeHead == nullptr) {
         pstPool->m_pstFreeTail = nullptr;
     }
-    pstNode->pstPrev = nullptr;
-    pstNode->pstNext = nullptr;
+    if (ClearLinks) {
+        pstNode->pstPrev = nullptr;
+        pstNode->pstNext = nullptr;
+    }
     pstPool->m_uiFreeNodeNum--;
     pstPool->m_uiUsedNodeNum++;
     return pstNode;
+}
+
+// PoolGive for a node whose links are already null (just unlinked).
+inline void PoolGiveUnlinked(STTranNode *pstNode, CMemPool *pstPool)
+{
+    if (pstPool->m_pstFreeTail != nullptr) {
+        pstPool->m_pstFreeTail->pstNext = pstNode;
+    } else {
+        pstPool->m_pstFreeHead = pstNode;
+    }
+    pstPool->m_pstFreeTail = pstNode;
+    pstPool->m_uiFreeNodeNum++;
+    pstPool->m_uiUsedNodeNum--;
 }
 
 // FreeNodeMem: a returned node is reused last.

@@ -34,7 +34,8 @@ void CopyTrans(STOttTransNode *pstNode, const STOttTrans &stTrans)
 // The pool is present (CreateOTTTransListNode's steps, inline).
 uint32_t RecordTrans(const STOttTrans &stTrans, CMemPool *pstPool, STOttFlow *pstFlow)
 {
-    STOttTransNode *pstNode = orvane::TransOf(orvane::PoolTake(pstPool));
+    // Linked at once, or given back: either sets the links the pool clears.
+    STOttTransNode *pstNode = orvane::TransOf(orvane::PoolTake<false>(pstPool));
     if (pstNode == nullptr) {
         LOG_ERROR_AS("AllocateOttTransNodeMem", kOttErrorTid, "allocate List Node error.\n");
         return OTT_RET_NOTHING;

@@ -186,7 +186,9 @@ __attribute__((noinline)) void MergeByAnchors(STTranManage *pstList, STOttTransN
                         stAnchors.ucEndKind, pstPool, pstList);
 }
 
-// StartMergeTrans, inline in the merge of a flow.
+// StartMergeTrans, inline in the merge of a flow. Unlinked: the flow merge
+// has just unlinked the node, so its links are null already.
+template <bool Unlinked>
 inline void MergeIntoList(STTranManage *pstList, STOttTransNode *pstNew, CMemPool *pstPool)
 {
     if (pstList == nullptr || pstNew == nullptr || pstList->pstHead == nullptr ||
@@ -212,7 +214,11 @@ inline void MergeIntoList(STTranManage *pstList, STOttTransNode *pstNew, CMemPoo
     if (pstPool != nullptr && pstList->uiNodeNum != 0 && Within(pstNew->ullBeginTime, *pstTail) &&
         Within(pstNew->ullEndTime, *pstTail)) {
         pstTail->uiPayLoad += pstNew->uiPayLoad;
-        PoolGive(&pstNew->stNode, pstPool);
+        if (Unlinked) {
+            orvane::PoolGiveUnlinked(&pstNew->stNode, pstPool);
+        } else {
+            PoolGive(&pstNew->stNode, pstPool);
+        }
         return;
     }
     MergeByAnchors(pstList, pstNew, pstPool);
@@ -262,7 +268,7 @@ uint32_t API_OTTTransMerge(CMemPool *pstPool, STOttSession *pstSession, STOttFlo
         if (pstTarget->uiNodeNum == 0) {
             ListInsertTail(pstCur, pstTarget);
         } else {
-            MergeIntoList(pstTarget, pstNode, pstPool);
+            MergeIntoList<true>(pstTarget, pstNode, pstPool);
         }
         return false;
     });
@@ -275,7 +281,7 @@ uint32_t API_OTTTransMerge(CMemPool *pstPool, STOttSession *pstSession, STOttFlo
 
 void StartMergeTrans(STTranManage *pstList, STOttTransNode *pstNew, CMemPool *pstPool)
 {
-    MergeIntoList(pstList, pstNew, pstPool);
+    MergeIntoList<false>(pstList, pstNew, pstPool);
 }
 
 void MergeOneTransaction(STOttTransNode *pstNew, STOttTransNode *pstFirst, STOttTransNode *pstLast,
