@@ -308,9 +308,15 @@ uint64_t CompareRefererWithAllReqReferer(STEventInfo *pstInfo)
     uint64_t ullPageID = 0;
     orvane::WalkList(&pstCtx->stPageNodeList, [&](STTranNode *pstNode) {
         STPageNode *pstPage = PageOf(pstNode);
-        if (IsSuccessfulWebPage(pstPage)) {
-            ullPageID = CompareRefererWithReferer(pstInfo, pstPage);
+        if (!IsSuccessfulWebPage(pstPage)) {
+            return false;
         }
+        // Without its referer-key branch, CompareRefererWithReferer gives
+        // the sub compare's result, which the screen may settle here.
+        const bool bSameKey = pstPage->uiRefererKey != 0 && pstPage->uiRefererKey == pstInfo->uiRefererHashKey;
+        ullPageID = !bSameKey && SubCompareFindsNothing(pstPage, pstInfo, COMPARE_REFERER_WITH_REFERER)
+                        ? 0
+                        : CompareRefererWithReferer(pstInfo, pstPage);
         return ullPageID != 0;
     });
     if (ullPageID == 0) {
