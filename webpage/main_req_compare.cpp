@@ -115,29 +115,12 @@ uint64_t TakeEvent(STPageNode *pstPage, STEventInfo *pstInfo)
     return UpdatePageNode(pstPage, pstInfo, PAGE_TYPE_ASSOCIATE) == 0 ? pstPage->uiPageID : 0;
 }
 
-// Necessary conditions of the main text rules, read from first bytes: when
-// one fails, CompareMainReqStrWithDiffType finds the page different. Its
-// equivalences also terminate the page's text and the event's referer at
-// their lengths, but every writer of those texts terminates them there, so
-// leaving the compare out changes no byte.
+// Necessary conditions of the main text rules (see UrlMayBeLocation): when
+// one fails, CompareMainReqStrWithDiffType finds the page different.
 bool LocationMayMatch(const STPageNode *pstPage, const STCompareInfo *pstCompare)
 {
-    if (pstPage->uiLocationKey == pstCompare->uiURLKey) {
-        return true;
-    }
-    const size_t l = pstPage->usLocationLen;
-    const size_t h = pstCompare->usHostLen;
-    const size_t u = pstCompare->usURLLen;
-    if (l == 0 || u == 0 || h > pstCompare->usHostMaxLen || u > pstCompare->usURLMaxLen ||
-        pstCompare->pcHost == nullptr || pstCompare->pcURL == nullptr || u < h || pstCompare->usURLMaxLen < h) {
-        return false;
-    }
-    const char cLocation = pstPage->acLocation[0];
-    if (h == 0) {
-        return true;
-    }
-    const size_t p = u - h;
-    return cLocation == pstCompare->pcHost[0] || (p != 0 && p >= l && cLocation == pstCompare->pcURL[h]);
+    return pstPage->uiLocationKey == pstCompare->uiURLKey ||
+           orvane::UrlMayBeLocation(pstCompare, pstPage->acLocation, pstPage->usLocationLen);
 }
 
 bool RefererMayMatch(const STPageNode *pstPage, const STCompareInfo *pstCompare)

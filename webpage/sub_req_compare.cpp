@@ -76,6 +76,29 @@ STPageNode *LatestWebPage(STWebPage *pstCtx)
     return orvane::FindInList<STPageNode>(&pstCtx->stPageNodeList, IsSuccessfulWebPage);
 }
 
+// Whether CompareSubReqStrWithDiffType could take the string: false only
+// where it certainly would not (see UrlMayBeLocation for the text rules).
+bool StringMayMatch(const STMatchStrNode &stStr, const STCompareInfo &stCompare, uint32_t enCompareType,
+                    uint32_t uiKey, bool bRefererText)
+{
+    if (stStr.usStrLen > MATCH_STR_MAX_LEN) {
+        return false;
+    }
+    switch (enCompareType) {
+        case COMPARE_URL_WITH_SUB_REQ_LOCATION:
+            return stStr.uiHashKey != 0 && (stStr.uiHashKey == stCompare.uiURLKey ||
+                                            orvane::UrlMayBeLocation(&stCompare, stStr.acStr, stStr.usStrLen));
+        case COMPARE_REFERER_WITH_SUB_REQ_URL:
+            return stStr.uiHashKey != 0 &&
+                   (stStr.uiHashKey == stCompare.uiRefererKey || (bRefererText && stStr.usStrLen != 0));
+        case COMPARE_HOST_WITH_SUB_REQ_HOST:
+        case COMPARE_REFERER_WITH_REFERER:
+            return stStr.uiHashKey == uiKey;
+        default:
+            return true;
+    }
+}
+
 // With TRACE off and sound arguments a sub compare logs nothing until it has
 // found no string, so where that is certain from the event, the list's count
 // and a window that is the page's alone, the compare record need not be made.
@@ -255,13 +278,15 @@ uint64_t CompareSubReqString(STEventInfo *pstInfo, STPageNode *pstPage, STCompar
             });
         }
     } else if (!stWindow.PageRejects(ullPageFirReq)) {
-        const bool bKeyOnly =
-            enCompareType == COMPARE_HOST_WITH_SUB_REQ_HOST || enCompareType == COMPARE_REFERER_WITH_REFERER;
         const uint32_t uiKey =
             enCompareType == COMPARE_HOST_WITH_SUB_REQ_HOST ? pstCompare->uiHostKey : pstCompare->uiRefererKey;
+        // The referer rule's text test needs the event referer to begin with
+        // the page's host, the same for every string.
+        const bool bRefererText = bQuiet && enCompareType == COMPARE_REFERER_WITH_SUB_REQ_URL &&
+                                  orvane::RefererMayBeUrlOn(pstCompare, pstPage->acHost, pstPage->usHostLen);
         pstHit = orvane::WalkList(pstList, [&](STTranNode *pstNode) {
             STMatchStrNode *pstStr = MatchStrOf(pstNode);
-            if (bQuiet && bKeyOnly && (pstStr->uiHashKey != uiKey || pstStr->usStrLen > MATCH_STR_MAX_LEN)) {
+            if (bQuiet && !StringMayMatch(*pstStr, *pstCompare, enCompareType, uiKey, bRefererText)) {
                 return false;
             }
             if (!stWindow.Fits(stRefBegin.Of(pstStr), stRefEnd.Of(pstStr), ullLength)) {
