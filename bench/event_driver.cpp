@@ -14,6 +14,9 @@
 //   orvane_bench_events ott_tail|ott_head N LENGTH
 //       N OTT merges into a session list of LENGTH nodes, overlapping its
 //       tail or landing inside its head (measure_merges() is counted).
+//   orvane_bench_events ott_speed N LENGTH
+//       N reads of a session list of LENGTH nodes by API_OTTTransSpeed, the
+//       list rebuilt between reads (measure_speed() is counted).
 // STREAM is "sample" (the replay tool's bundled session, the default),
 // "browsing" (the generated session) or the path of a JSON Lines trace.
 #include <cstdio>
@@ -82,9 +85,34 @@ extern "C" __attribute__((noinline)) void measure_merges(bench::Session *s, bool
     }
 }
 
+// The counted part of ott_speed: one read of the session.
+extern "C" __attribute__((noinline)) uint64_t measure_speed(bench::Session *s)
+{
+    uint64_t up = 0, upDur = 0, dw = 0, dwDur = 0;
+    API_OTTTransSpeed(s->pool, &s->session, &up, &upDur, &dw, &dwDur);
+    return up + upDur + dw + dwDur;
+}
+
 namespace {
 
 using namespace bench;
+
+int RunOttSpeed(size_t n, uint32_t length)
+{
+    Session s(0, length + 16);
+    uint64_t sum = 0;
+    for (size_t i = 0; i < n; ++i) {
+        for (uint32_t k = 0; k < length; ++k) {
+            Record(s.pool, &s.flow, (k + 1) * kSlot, (k + 1) * kSlot + kBusy, 1000);
+            API_OTTTransMerge(s.pool, &s.session, &s.flow);
+        }
+        sum += measure_speed(&s);
+    }
+    const bool ok = sum == static_cast<uint64_t>(n) * length * (1000 + kBusy) && GetFreeNodeNum(s.pool) == length + 16;
+    std::printf("ott_speed: %zu reads of %u nodes, sum %llu, %u pool nodes free%s\n", n, length,
+                static_cast<unsigned long long>(sum), GetFreeNodeNum(s.pool), ok ? "" : ": wrong sums or nodes lost");
+    return ok ? 0 : 1;
+}
 
 int RunOtt(bool tail, size_t n, uint32_t length)
 {
@@ -150,7 +178,7 @@ long PeakResidentKiB()
 int Usage()
 {
     std::fprintf(stderr, "usage: orvane_bench_events floor|typical|typical_log0|worst|rss|jsonl N [STREAM]\n"
-                         "       orvane_bench_events ott_tail|ott_head N LENGTH\n");
+                         "       orvane_bench_events ott_tail|ott_head|ott_speed N LENGTH\n");
     return 2;
 }
 
@@ -163,6 +191,9 @@ int main(int argc, char **argv)
     }
     const std::string mode = argv[1];
     const size_t n = std::strtoull(argv[2], nullptr, 10);
+    if (mode == "ott_speed") {
+        return argc == 4 ? RunOttSpeed(n, static_cast<uint32_t>(std::strtoul(argv[3], nullptr, 10))) : Usage();
+    }
     if (mode == "ott_tail" || mode == "ott_head") {
         return argc == 4 ? RunOtt(mode == "ott_tail", n, static_cast<uint32_t>(std::strtoul(argv[3], nullptr, 10)))
                          : Usage();

@@ -5,10 +5,11 @@
 #include <cstring>
 
 #include "tran_list.h"
+#include "tran_ops.hpp"
 
 namespace {
 
-constexpr uint8_t kGrowModeOn = 1;
+constexpr uint8_t kGrowModeOn = orvane::kPoolGrowModeOn;
 constexpr uint8_t kMaxGrowAttempts = 3;  // the third attempt is refused: two growth blocks at most
 constexpr uint32_t kHeaderSize = sizeof(STTranNode);
 constexpr size_t kNodeAlign = alignof(STTranNode);
@@ -114,47 +115,9 @@ void ReallocNode(CMemPool *pstPool)
     pstPool->m_uiFreeNodeNum += uiGrow;
 }
 
-STTranNode *ApplyNodeMem(CMemPool *pstPool)
-{
-    if (pstPool == nullptr) {
-        return nullptr;
-    }
-    if (pstPool->m_uiUsedNodeNum >= 4u * pstPool->m_uiFreeNodeNum &&
-        pstPool->m_ucGrowMode == kGrowModeOn) {
-        ReallocNode(pstPool);
-    }
-    STTranNode *pstNode = pstPool->m_pstFreeHead;
-    if (pstNode == nullptr) {
-        return nullptr;
-    }
-    pstPool->m_pstFreeHead = pstNode->pstNext;
-    if (pstPool->m_pstFreeHead == nullptr) {
-        pstPool->m_pstFreeTail = nullptr;
-    }
-    pstNode->pstPrev = nullptr;
-    pstNode->pstNext = nullptr;
-    pstPool->m_uiFreeNodeNum--;
-    pstPool->m_uiUsedNodeNum++;
-    return pstNode;
-}
+STTranNode *ApplyNodeMem(CMemPool *pstPool) { return orvane::PoolTake(pstPool); }
 
-uint32_t FreeNodeMem(STTranNode *pstNode, CMemPool *pstPool)
-{
-    if (pstNode == nullptr || pstPool == nullptr) {
-        return 1;
-    }
-    pstNode->pstPrev = nullptr;
-    pstNode->pstNext = nullptr;
-    if (pstPool->m_pstFreeTail != nullptr) {
-        pstPool->m_pstFreeTail->pstNext = pstNode;
-    } else {
-        pstPool->m_pstFreeHead = pstNode;
-    }
-    pstPool->m_pstFreeTail = pstNode;
-    pstPool->m_uiFreeNodeNum++;
-    pstPool->m_uiUsedNodeNum--;
-    return 0;
-}
+uint32_t FreeNodeMem(STTranNode *pstNode, CMemPool *pstPool) { return orvane::PoolGive(pstNode, pstPool); }
 
 void FreeCMemPoolList(CMemPool *pstPool)
 {

@@ -1,32 +1,10 @@
 // Circular doubly linked list. The damaged-list refusals of linking live in
 // LinkBefore; every public insertion goes through it.
 #include "list_walk.hpp"
+#include "tran_ops.hpp"
 
-namespace {
-
-void LinkAlone(STTranNode *pstNode, STTranManage *pstList)
-{
-    pstNode->pstPrev = pstNode;
-    pstNode->pstNext = pstNode;
-    pstList->pstHead = pstNode;
-}
-
-// Puts the node between pstAt and its predecessor (before the head: last);
-// refuses a damaged list.
-bool LinkBefore(STTranNode *pstNode, STTranNode *pstAt)
-{
-    if (pstAt == nullptr || pstAt->pstPrev == nullptr) {
-        return false;
-    }
-    STTranNode *pstPrev = pstAt->pstPrev;
-    pstNode->pstNext = pstAt;
-    pstPrev->pstNext = pstNode;
-    pstNode->pstPrev = pstPrev;
-    pstAt->pstPrev = pstNode;
-    return true;
-}
-
-}  // namespace
+using orvane::LinkAlone;
+using orvane::LinkBefore;
 
 extern "C" {
 
@@ -51,52 +29,11 @@ STTranNode *GetNodeTail(const STTranManage *pstList)
 
 uint32_t IsListEmpty(const STTranManage *pstList) { return pstList->uiNodeNum == 0 ? 1u : 0u; }
 
-uint32_t InsertNodeTail(STTranNode *pstNode, STTranManage *pstList)
-{
-    if (pstNode == nullptr || pstList == nullptr) {
-        return 1;
-    }
-    if (pstList->uiNodeNum == 0) {
-        LinkAlone(pstNode, pstList);
-    } else if (!LinkBefore(pstNode, pstList->pstHead)) {
-        return 1;
-    }
-    pstList->uiNodeNum++;
-    return 0;
-}
+uint32_t InsertNodeTail(STTranNode *pstNode, STTranManage *pstList) { return orvane::ListInsertTail(pstNode, pstList); }
 
-uint32_t InsertNodeHead(STTranNode *pstNode, STTranManage *pstList)
-{
-    if (InsertNodeTail(pstNode, pstList) != 0) {
-        return 1;
-    }
-    pstList->pstHead = pstNode;
-    return 0;
-}
+uint32_t InsertNodeHead(STTranNode *pstNode, STTranManage *pstList) { return orvane::ListInsertHead(pstNode, pstList); }
 
-uint32_t RemoveNode(STTranNode *pstNode, STTranManage *pstList)
-{
-    if (pstNode == nullptr || pstList == nullptr || pstList->uiNodeNum == 0) {
-        return 1;
-    }
-    if (pstList->uiNodeNum == 1) {
-        pstList->pstHead = nullptr;
-    } else {
-        if (pstList->pstHead == nullptr || pstNode->pstNext == nullptr ||
-            pstNode->pstPrev == nullptr) {
-            return 1;
-        }
-        pstNode->pstPrev->pstNext = pstNode->pstNext;
-        pstNode->pstNext->pstPrev = pstNode->pstPrev;
-        if (pstList->pstHead == pstNode) {
-            pstList->pstHead = pstNode->pstNext;
-        }
-    }
-    pstNode->pstPrev = nullptr;
-    pstNode->pstNext = nullptr;
-    pstList->uiNodeNum--;
-    return 0;
-}
+uint32_t RemoveNode(STTranNode *pstNode, STTranManage *pstList) { return orvane::ListRemove(pstNode, pstList); }
 
 STTranNode *SeekNode(const void *pKey, STTranManage *pstList)
 {

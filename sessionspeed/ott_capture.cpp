@@ -31,18 +31,22 @@ void CopyTrans(STOttTransNode *pstNode, const STOttTrans &stTrans)
 
 // Records one transaction at the flow's tail. Stamps, direction and state
 // are judged at merge time, not here.
+// The pool is present (CreateOTTTransListNode's steps, inline).
 uint32_t RecordTrans(const STOttTrans &stTrans, CMemPool *pstPool, STOttFlow *pstFlow)
 {
-    STOttTransNode *pstNode = CreateOTTTransListNode(pstPool);
+    // Linked at once, or given back: either sets the links the pool clears.
+    STOttTransNode *pstNode = orvane::TransOf(orvane::PoolTake<false>(pstPool));
     if (pstNode == nullptr) {
+        LOG_ERROR_AS("AllocateOttTransNodeMem", kOttErrorTid, "allocate List Node error.\n");
         return OTT_RET_NOTHING;
     }
-    if (InsertNodeTail(&pstNode->stNode, &pstFlow->stTransList) != 0) {
+    if (orvane::ListInsertTail(&pstNode->stNode, &pstFlow->stTransList) != 0) {
         // A damaged flow list: give the node back rather than strand it.
-        FreeNodeMem(&pstNode->stNode, pstPool);
+        ClearTrans(pstNode);
+        orvane::PoolGive(&pstNode->stNode, pstPool);
         return OTT_RET_PARAM;
     }
-    CopyTrans(pstNode, stTrans);
+    CopyTrans(pstNode, stTrans);  // every field ClearTrans would have zeroed
     return OTT_RET_OK;
 }
 
@@ -53,7 +57,7 @@ namespace orvane {
 void ReleaseTransList(CMemPool *pstPool, STTranManage *pstList)
 {
     DrainList(pstList, [&](STTranNode *pstHead) {
-        FreeOttTransNode(pstPool, TransOf(pstHead), pstList);
+        FreeTrans(pstPool, TransOf(pstHead), pstList);
         return false;
     });
 }
@@ -113,7 +117,7 @@ STOttTransNode *AllocateOttTransNodeMem(CMemPool *pstPool)
         LOG_ERROR(kOttErrorTid, "AllocateOttTransNodeMem input param error.");
         return nullptr;
     }
-    STOttTransNode *pstNode = orvane::TransOf(ApplyNodeMem(pstPool));
+    STOttTransNode *pstNode = orvane::TransOf(orvane::PoolTake(pstPool));
     if (pstNode == nullptr) {
         LOG_ERROR(kOttErrorTid, "allocate List Node error.\n");
         return nullptr;
@@ -141,7 +145,8 @@ uint32_t API_OTTTransProcess(const STOttTransInput *pstInput, CMemPool *pstPool,
         (pstInput->ucTransNum != 1 && pstInput->ucTransNum != 2)) {
         return OTT_RET_PARAM;
     }
-    for (uint8_t i = 0; i < pstInput->ucTransNum; ++i) {
+    const uint8_t ucTransNum = pstInput->ucTransNum;  // the input is the daemon's, no pool node
+    for (uint8_t i = 0; i < ucTransNum; ++i) {
         const uint32_t uiRet = RecordTrans(pstInput->astTrans[i], pstPool, pstFlow);
         if (uiRet != OTT_RET_OK) {
             return uiRet;  // what was recorded before stays recorded
@@ -158,8 +163,8 @@ void FreeOttTransNode(CMemPool *pstPool, STOttTransNode *pstNode, STTranManage *
     }
     // The node goes back even when the list declines to unlink it (it was on
     // no list, say): the pool is fixed, and a node kept out would be lost.
-    RemoveNode(&pstNode->stNode, pstList);
-    FreeNodeMem(&pstNode->stNode, pstPool);
+    orvane::ListRemove(&pstNode->stNode, pstList);
+    orvane::PoolGive(&pstNode->stNode, pstPool);
 }
 
 uint32_t API_OTTTransRlease(CMemPool *pstPool, void *pvRecord)

@@ -5,7 +5,11 @@
 
 namespace {
 
+using orvane::FreeTrans;
 using orvane::kOttErrorTid;
+using orvane::ListInsertTail;
+using orvane::ListRemove;
+using orvane::PoolGive;
 using orvane::TransOf;
 
 STTranManage *TargetList(STOttSession *pstSession, uint8_t ucDirection)
@@ -27,7 +31,7 @@ void ReturnLooseNode(STOttTransNode *pstNode, CMemPool *pstPool, const STTranMan
         LOG_ERROR_AS("FreeOttTransNode", kOttErrorTid, "FreeOttTransNode input param error.");
         return;
     }
-    FreeNodeMem(&pstNode->stNode, pstPool);
+    PoolGive(&pstNode->stNode, pstPool);
 }
 
 // Links pstNode in front of pstBefore. Seen from pstBefore as the head, that
@@ -39,7 +43,7 @@ uint32_t InsertBefore(STTranNode *pstNode, STTranNode *pstBefore, STTranManage *
     }
     STTranNode *const pstHead = pstList->pstHead;
     pstList->pstHead = pstBefore;
-    const uint32_t uiRet = InsertNodeTail(pstNode, pstList);
+    const uint32_t uiRet = ListInsertTail(pstNode, pstList);
     pstList->pstHead = pstHead;
     return uiRet;
 }
@@ -82,18 +86,21 @@ bool InGapBefore(uint64_t ullStamp, const STOttTransNode &stPrev, const STOttTra
 // checks decides which node a touching stamp belongs to.
 Anchors FindAnchors(STTranManage *pstList, const STOttTransNode &stNew)
 {
+    // Nothing in the walk writes the new node: its stamps stay in registers.
+    const uint64_t ullBegin = stNew.ullBeginTime;
+    const uint64_t ullEnd = stNew.ullEndTime;
     Anchors stAnchors;
     STTranNode *const pstHead = pstList->pstHead;
     orvane::WalkListBackward(pstList, pstList->uiNodeNum, [&](STTranNode *pstCur) {
         STOttTransNode &stCur = *TransOf(pstCur);
-        if (Within(stNew.ullBeginTime, stCur) && stAnchors.SetFirst(&stCur, OTT_MERGE_INSIDE)) {
+        if (Within(ullBegin, stCur) && stAnchors.SetFirst(&stCur, OTT_MERGE_INSIDE)) {
             return true;
         }
-        if (Within(stNew.ullEndTime, stCur) && stAnchors.SetLast(&stCur, OTT_MERGE_INSIDE)) {
+        if (Within(ullEnd, stCur) && stAnchors.SetLast(&stCur, OTT_MERGE_INSIDE)) {
             return true;
         }
         if (pstCur == pstHead) {
-            if (stNew.ullBeginTime < stCur.ullBeginTime) {
+            if (ullBegin < stCur.ullBeginTime) {
                 stAnchors.SetFirst(&stCur, OTT_MERGE_BEFORE);
             }
             return true;
@@ -102,30 +109,119 @@ Anchors FindAnchors(STTranManage *pstList, const STOttTransNode &stNew)
             return true;
         }
         const STOttTransNode &stPrev = *TransOf(pstCur->pstPrev);
-        if (InGapBefore(stNew.ullBeginTime, stPrev, stCur) && stAnchors.SetFirst(&stCur, OTT_MERGE_BEFORE)) {
+        if (InGapBefore(ullBegin, stPrev, stCur) && stAnchors.SetFirst(&stCur, OTT_MERGE_BEFORE)) {
             return true;
         }
-        return InGapBefore(stNew.ullEndTime, stPrev, stCur) && stAnchors.SetLast(&stCur, OTT_MERGE_BEFORE);
+        return InGapBefore(ullEnd, stPrev, stCur) && stAnchors.SetLast(&stCur, OTT_MERGE_BEFORE);
     });
     return stAnchors;
 }
 
+// Drains the list from its head, summing each node and returning it to the
+// pool (FreeOttTransNode's steps). The pool's tail and counters are kept in
+// locals over the loop: no node lies in the pool's or the list's record.
 void SumDirection(CMemPool *pstPool, STTranManage *pstList, uint64_t &ullPayLoad, uint64_t &ullDuration)
 {
-    orvane::DrainList(pstList, [&](STTranNode *pstHead) {
-        if (pstHead == nullptr) {
-            return true;
-        }
+    STTranNode *pstFreeHead = pstPool->m_pstFreeHead;
+    STTranNode *pstFreeTail = pstPool->m_pstFreeTail;
+    uint32_t uiFree = pstPool->m_uiFreeNodeNum;
+    uint32_t uiUsed = pstPool->m_uiUsedNodeNum;
+    STTranNode *pstHead = pstList->pstHead;
+    uint32_t uiNum = pstList->uiNodeNum;
+    uint64_t ullPay = ullPayLoad;
+    uint64_t ullDur = ullDuration;
+    const uint32_t uiCount = uiNum;
+    for (uint32_t i = 0; i < uiCount && pstHead != nullptr; ++i) {
         STOttTransNode *pstNode = TransOf(pstHead);
-        ullPayLoad += pstNode->uiPayLoad;
+        ullPay += pstNode->uiPayLoad;
         // A node without a valid interval ends the sums; the rest is released unread.
         if (pstNode->ullBeginTime == 0 || pstNode->ullEndTime <= pstNode->ullBeginTime) {
-            return true;
+            break;
         }
-        ullDuration += pstNode->ullEndTime - pstNode->ullBeginTime;
-        FreeOttTransNode(pstPool, pstNode, pstList);
-        return false;
-    });
+        ullDur += pstNode->ullEndTime - pstNode->ullBeginTime;
+        // RemoveNode: the node is the head.
+        STTranNode *const pstLinks = pstHead;
+        if (uiNum == 1) {
+            pstHead = nullptr;
+            uiNum = 0;
+        } else if (uiNum != 0 && pstLinks->pstNext != nullptr && pstLinks->pstPrev != nullptr) {
+            pstLinks->pstPrev->pstNext = pstLinks->pstNext;
+            pstLinks->pstNext->pstPrev = pstLinks->pstPrev;
+            pstHead = pstLinks->pstNext;
+            uiNum--;
+        }
+        // FreeNodeMem.
+        pstLinks->pstPrev = nullptr;
+        pstLinks->pstNext = nullptr;
+        if (pstFreeTail != nullptr) {
+            pstFreeTail->pstNext = pstLinks;
+        } else {
+            pstFreeHead = pstLinks;
+        }
+        pstFreeTail = pstLinks;
+        uiFree++;
+        uiUsed--;
+    }
+    pstPool->m_pstFreeHead = pstFreeHead;
+    pstPool->m_pstFreeTail = pstFreeTail;
+    pstPool->m_uiFreeNodeNum = uiFree;
+    pstPool->m_uiUsedNodeNum = uiUsed;
+    pstList->pstHead = pstHead;
+    pstList->uiNodeNum = uiNum;
+    ullPayLoad = ullPay;
+    ullDuration = ullDur;
+}
+
+// The anchor walk and the merge it finds, kept out of line: its loop is
+// compiled on its own, not inside the flow walk.
+__attribute__((noinline)) void MergeByAnchors(STTranManage *pstList, STOttTransNode *pstNew, CMemPool *pstPool)
+{
+    const Anchors stAnchors = FindAnchors(pstList, *pstNew);
+    if (!stAnchors.Complete()) {
+        // Only a list out of time order gets here; the node must not be lost.
+        ReturnLooseNode(pstNew, pstPool, pstList);
+        return;
+    }
+    MergeOneTransaction(pstNew, stAnchors.pstFirst, stAnchors.pstLast, stAnchors.ucBeginKind,
+                        stAnchors.ucEndKind, pstPool, pstList);
+}
+
+// StartMergeTrans, inline in the merge of a flow. Unlinked: the flow merge
+// has just unlinked the node, so its links are null already.
+template <bool Unlinked>
+inline void MergeIntoList(STTranManage *pstList, STOttTransNode *pstNew, CMemPool *pstPool)
+{
+    if (pstList == nullptr || pstNew == nullptr || pstList->pstHead == nullptr ||
+        pstList->pstHead->pstPrev == nullptr || pstNew->ullBeginTime >= pstNew->ullEndTime) {
+        return;
+    }
+    STOttTransNode *pstHead = TransOf(pstList->pstHead);
+    STOttTransNode *pstTail = TransOf(pstList->pstHead->pstPrev);
+    if (pstNew->ullBeginTime > pstTail->ullEndTime) {
+        ListInsertTail(&pstNew->stNode, pstList);
+        return;
+    }
+    if (pstNew->ullEndTime < pstHead->ullBeginTime) {
+        InsertNodeHead(&pstNew->stNode, pstList);
+        return;
+    }
+    // Pull the tail out to the new end, so the end always lands in or before a node.
+    if (pstNew->ullEndTime >= pstTail->ullEndTime) {
+        pstTail->ullEndTime = pstNew->ullEndTime;
+    }
+    // Both stamps in the tail, the anchor walk's first node: the merge adds
+    // the payload to the tail and returns the new node, as the walk would.
+    if (pstPool != nullptr && pstList->uiNodeNum != 0 && Within(pstNew->ullBeginTime, *pstTail) &&
+        Within(pstNew->ullEndTime, *pstTail)) {
+        pstTail->uiPayLoad += pstNew->uiPayLoad;
+        if (Unlinked) {
+            orvane::PoolGiveUnlinked(&pstNew->stNode, pstPool);
+        } else {
+            PoolGive(&pstNew->stNode, pstPool);
+        }
+        return;
+    }
+    MergeByAnchors(pstList, pstNew, pstPool);
 }
 
 }  // namespace
@@ -163,16 +259,16 @@ uint32_t API_OTTTransMerge(CMemPool *pstPool, STOttSession *pstSession, STOttFlo
             return true;  // the rest of the flow is dropped below
         }
         if (pstNode->ullBeginTime >= pstNode->ullEndTime) {
-            FreeOttTransNode(pstPool, pstNode, pstFlowList);
+            FreeTrans(pstPool, pstNode, pstFlowList);
             return false;
         }
-        if (RemoveNode(pstCur, pstFlowList) != 0) {
+        if (ListRemove(pstCur, pstFlowList) != 0) {
             return true;
         }
         if (pstTarget->uiNodeNum == 0) {
-            InsertNodeTail(pstCur, pstTarget);
+            ListInsertTail(pstCur, pstTarget);
         } else {
-            StartMergeTrans(pstTarget, pstNode, pstPool);
+            MergeIntoList<true>(pstTarget, pstNode, pstPool);
         }
         return false;
     });
@@ -185,32 +281,7 @@ uint32_t API_OTTTransMerge(CMemPool *pstPool, STOttSession *pstSession, STOttFlo
 
 void StartMergeTrans(STTranManage *pstList, STOttTransNode *pstNew, CMemPool *pstPool)
 {
-    if (pstList == nullptr || pstNew == nullptr || pstList->pstHead == nullptr ||
-        GetNodeTail(pstList) == nullptr || pstNew->ullBeginTime >= pstNew->ullEndTime) {
-        return;
-    }
-    STOttTransNode *pstHead = TransOf(pstList->pstHead);
-    STOttTransNode *pstTail = TransOf(GetNodeTail(pstList));
-    if (pstNew->ullBeginTime > pstTail->ullEndTime) {
-        InsertNodeTail(&pstNew->stNode, pstList);
-        return;
-    }
-    if (pstNew->ullEndTime < pstHead->ullBeginTime) {
-        InsertNodeHead(&pstNew->stNode, pstList);
-        return;
-    }
-    // Pull the tail out to the new end, so the end always lands in or before a node.
-    if (pstNew->ullEndTime >= pstTail->ullEndTime) {
-        pstTail->ullEndTime = pstNew->ullEndTime;
-    }
-    const Anchors stAnchors = FindAnchors(pstList, *pstNew);
-    if (!stAnchors.Complete()) {
-        // Only a list out of time order gets here; the node must not be lost.
-        ReturnLooseNode(pstNew, pstPool, pstList);
-        return;
-    }
-    MergeOneTransaction(pstNew, stAnchors.pstFirst, stAnchors.pstLast, stAnchors.ucBeginKind,
-                        stAnchors.ucEndKind, pstPool, pstList);
+    MergeIntoList<false>(pstList, pstNew, pstPool);
 }
 
 void MergeOneTransaction(STOttTransNode *pstNew, STOttTransNode *pstFirst, STOttTransNode *pstLast,
@@ -271,7 +342,7 @@ void UpdateMergeTransPayLoad(STOttTransNode *pstNew, STOttTransNode *pstFirst, S
         }
         STOttTransNode *pstNode = TransOf(pstCur);
         pstFirst->uiPayLoad += pstNode->uiPayLoad;
-        FreeOttTransNode(pstPool, pstNode, pstList);
+        FreeTrans(pstPool, pstNode, pstList);
         return pstNode == pstLast;
     });
 }

@@ -21,8 +21,12 @@ constexpr uint16_t kPortFormBufLen = LOCATION_MAX_LEN + 1;
 constexpr uint32_t kLevelMainReq = 0;
 
 // Byte comparison over a length the records carry; like the texts' other
-// comparisons it ends at a NUL, so an embedded NUL never leads past it.
-bool SameText(const char *a, const char *b, size_t n) { return std::strncmp(a, b, n) == 0; }
+// comparisons it ends at a NUL, so an embedded NUL never leads past it. The
+// first byte is tested inline: most texts differ there.
+bool SameText(const char *a, const char *b, size_t n)
+{
+    return n == 0 || (a[0] == b[0] && (a[0] == '\0' || std::strncmp(a + 1, b + 1, n - 1) == 0));
+}
 
 bool EndsWithSlash(const char *pcText, size_t len) { return len != 0 && pcText[len - 1] == '/'; }
 
@@ -109,6 +113,100 @@ uint64_t TakeEvent(STPageNode *pstPage, STEventInfo *pstInfo)
 {
     pstInfo->uiMatchLevel = kLevelMainReq;
     return UpdatePageNode(pstPage, pstInfo, PAGE_TYPE_ASSOCIATE) == 0 ? pstPage->uiPageID : 0;
+}
+
+// Necessary conditions of the main text rules (see UrlMayBeLocation): when
+// one fails, CompareMainReqStrWithDiffType finds the page different.
+bool LocationMayMatch(const STPageNode *pstPage, const STCompareInfo *pstCompare)
+{
+    return pstPage->uiLocationKey == pstCompare->uiURLKey ||
+           orvane::UrlMayBeLocation(pstCompare, pstPage->acLocation, pstPage->usLocationLen);
+}
+
+bool RefererMayMatch(const STPageNode *pstPage, const STCompareInfo *pstCompare)
+{
+    if (pstPage->uiURLKey == pstCompare->uiRefererKey) {
+        return true;
+    }
+    const size_t r = pstCompare->usRefererLen;
+    const size_t g = pstPage->usHostLen;
+    if (pstPage->usURLLen == 0 || r == 0 || r > pstCompare->usRefererMaxLen || pstCompare->pcReferer == nullptr) {
+        return false;
+    }
+    return g == 0 || (r >= g && pstCompare->pcReferer[0] == pstPage->acHost[0]);
+}
+
+// The page walk of CompareMainReqString, one per compare type so that the
+// rule's window constants fold into the test.
+template <uint32_t CompareType>
+STTranNode *WalkMainPages(STTranManage *pstList, STEventInfo *pstInfo, STCompareInfo *pstCompare, const char *pcFunc,
+                          uint64_t *pullHostPageID)
+{
+    const uint8_t ucTid = pstInfo->ucThreadID;
+    // Only the location and URL rules test time inside this walk.
+    constexpr bool bTimedInWalk =
+        CompareType == COMPARE_URL_WITH_MAIN_REQ_LOCATION || CompareType == COMPARE_REFERER_WITH_MAIN_REQ_URL;
+    const orvane::TimeWindow stWindow(bTimedInWalk ? CompareType : uint32_t{COMPARE_NONE}, pstInfo->ullReqBeginTime,
+                                      pstInfo->ullReqEndTime, pstInfo->usCauseCode);
+    return orvane::WalkList(pstList, [&](STTranNode *pstNode) {
+        STPageNode *pstPage = PageOf(pstNode);
+        LOG_TRACE_AS(pcFunc, ucTid, "PageType is %u, PageFlag is %u.", pstPage->uiPageType, pstPage->usPageFlag);
+        if (!IsSuccessfulWebPage(pstPage)) {
+            return false;
+        }
+        if (CompareType == COMPARE_HOST_WITH_MAIN_REQ_HOST) {
+            // The host rule updates the page itself and, on a failed update,
+            // lets older pages try.
+            *pullHostPageID = SpecialProcHostWithMainReqHost(pstPage, pstInfo, pstCompare, CompareType);
+            return *pullHostPageID != 0;
+        }
+        if (!bTimedInWalk) {
+            return false;
+        }
+        // A page without the saved key cannot match: its window need not be
+        // tested (neither test logs or writes anything).
+        const uint32_t uiSavedKey =
+            CompareType == COMPARE_URL_WITH_MAIN_REQ_LOCATION ? pstPage->uiLocationKey : pstPage->uiURLKey;
+        if (uiSavedKey == 0) {
+            return false;
+        }
+        if (CompareType == COMPARE_URL_WITH_MAIN_REQ_LOCATION ? !LocationMayMatch(pstPage, pstCompare)
+                                                              : !RefererMayMatch(pstPage, pstCompare)) {
+            return false;
+        }
+        return stWindow.FitsPage(*pstPage) && CompareMainReqStrWithDiffType(pstPage, pstCompare, CompareType) == 0;
+    });
+}
+
+// With TRACE off and sound arguments a main compare logs nothing until it
+// has found no page, so when no page could take the event by its saved key
+// (the location rule needs one, the host rule needs the event's),
+// the compare record and the time windows need not be made. The pages
+// looked at are the walk's own.
+bool MainCompareFindsNothing(const STEventInfo *pstInfo, uint32_t enCompareType)
+{
+    // The URL rule is left out: every page has a URL key.
+    if (g_enSDKLogLevel <= LOG_LEVEL_TRACE || pstInfo == nullptr || !orvane::IsValidThread(pstInfo->ucThreadID) ||
+        (enCompareType != COMPARE_URL_WITH_MAIN_REQ_LOCATION && enCompareType != COMPARE_HOST_WITH_MAIN_REQ_HOST)) {
+        return false;
+    }
+    const STWebPage *pstCtx = ContextOf(pstInfo->ucThreadID);
+    if (pstCtx == nullptr) {
+        return false;
+    }
+    if (pstInfo->usHostLen == 0 && pstInfo->usURLLen == 0 && pstInfo->usRefererUrlLen == 0) {
+        return true;
+    }
+    const uint32_t uiHostKey = pstInfo->uiHostHashKey;
+    return orvane::WalkList(&pstCtx->stPageNodeList, [&](STTranNode *pstNode) {
+               const STPageNode *pstPage = PageOf(pstNode);
+               if (!IsSuccessfulWebPage(pstPage)) {
+                   return false;
+               }
+               return enCompareType == COMPARE_URL_WITH_MAIN_REQ_LOCATION
+                          ? pstPage->uiLocationKey != 0
+                          : PageTextsFit(pstPage) && pstPage->uiHostKey == uiHostKey;
+           }) == nullptr;
 }
 
 }  // namespace
@@ -334,30 +432,25 @@ uint64_t CompareMainReqString(STEventInfo *pstInfo, STCompareInfo *pstCompare, u
     }
     LOG_TRACE(ucTid, "PageNum is %u, CompareType is %u.", pstList->uiNodeNum, enCompareType);
 
-    const char *const pcFunc = __func__;
-    // Only the location and URL rules test time inside this walk.
-    const bool bTimedInWalk =
-        enCompareType == COMPARE_URL_WITH_MAIN_REQ_LOCATION || enCompareType == COMPARE_REFERER_WITH_MAIN_REQ_URL;
-    const orvane::TimeWindow stWindow(bTimedInWalk ? enCompareType : uint32_t{COMPARE_NONE}, pstInfo->ullReqBeginTime,
-                                      pstInfo->ullReqEndTime, pstInfo->usCauseCode);
     uint64_t ullHostPageID = 0;
-    STTranNode *pstHit = orvane::WalkList(pstList, [&](STTranNode *pstNode) {
-        STPageNode *pstPage = PageOf(pstNode);
-        LOG_TRACE_AS(pcFunc, ucTid, "PageType is %u, PageFlag is %u.", pstPage->uiPageType, pstPage->usPageFlag);
-        if (!IsSuccessfulWebPage(pstPage)) {
-            return false;
-        }
-        if (enCompareType == COMPARE_HOST_WITH_MAIN_REQ_HOST) {
-            // The host rule updates the page itself and, on a failed update,
-            // lets older pages try.
-            ullHostPageID = SpecialProcHostWithMainReqHost(pstPage, pstInfo, pstCompare, enCompareType);
-            return ullHostPageID != 0;
-        }
-        if (!bTimedInWalk) {
-            return false;
-        }
-        return stWindow.FitsPage(*pstPage) && CompareMainReqStrWithDiffType(pstPage, pstCompare, enCompareType) == 0;
-    });
+    STTranNode *pstHit = nullptr;
+    switch (enCompareType) {
+        case COMPARE_URL_WITH_MAIN_REQ_LOCATION:
+            pstHit = WalkMainPages<COMPARE_URL_WITH_MAIN_REQ_LOCATION>(pstList, pstInfo, pstCompare, __func__,
+                                                                      &ullHostPageID);
+            break;
+        case COMPARE_REFERER_WITH_MAIN_REQ_URL:
+            pstHit = WalkMainPages<COMPARE_REFERER_WITH_MAIN_REQ_URL>(pstList, pstInfo, pstCompare, __func__,
+                                                                     &ullHostPageID);
+            break;
+        case COMPARE_HOST_WITH_MAIN_REQ_HOST:
+            pstHit = WalkMainPages<COMPARE_HOST_WITH_MAIN_REQ_HOST>(pstList, pstInfo, pstCompare, __func__,
+                                                                   &ullHostPageID);
+            break;
+        default:
+            pstHit = WalkMainPages<COMPARE_NONE>(pstList, pstInfo, pstCompare, __func__, &ullHostPageID);
+            break;
+    }
     if (pstHit == nullptr) {
         return 0;
     }
@@ -437,6 +530,9 @@ void SpecialProcUrlWithMainReqLocation(STPageNode *pstPage, STEventInfo *pstInfo
 
 uint64_t CompareMainReqCommon(STEventInfo *pstInfo, uint32_t enCompareType)
 {
+    if (MainCompareFindsNothing(pstInfo, enCompareType)) {
+        return 0;
+    }
     STCompareInfo stCompare;
     std::memset(&stCompare, 0, sizeof(stCompare));
     if (GetCompareInfo(pstInfo, enCompareType, &stCompare) == 1) {

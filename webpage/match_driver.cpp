@@ -16,9 +16,54 @@ bool UriHasInputKeyword(STEventInfo *pstInfo)
                                 g_stPageConfig.acUcInputKeyword, sizeof(g_stPageConfig.acUcInputKeyword));
 }
 
+// The last host screens of each thread: a page's requests go to a handful of
+// hosts, and a host's verdict depends only on its text, its length field and
+// the black keywords, which the daemon may rewrite at any time, so each use
+// compares them with the ones the verdicts were taken under.
+struct HostScreenCache {
+    static constexpr uint32_t kSlots = 16;
+    struct Slot {
+        uint8_t ucUsed;
+        uint8_t ucBlack;
+        uint16_t usLen;
+        uint16_t usTextLen;
+        char acHost[HOST_MAX_LEN + 1];
+    };
+    char aacKeyword[PAGE_HOST_BLACK_NUM][PAGE_HOST_BLACK_LEN];
+    Slot astSlot[kSlots];
+};
+// One per thread ID: a thread ID is served by one daemon thread at a time.
+HostScreenCache g_astHostScreen[WEBPAGE_THREAD_NUM];
+
+bool IsBlackHost(STEventInfo *pstInfo)
+{
+    if (pstInfo->usHostLen == 0 || pstInfo->ucThreadID >= WEBPAGE_THREAD_NUM) {
+        return IsHostBlackList(pstInfo->acHost, pstInfo->usHostLen, HOST_MAX_LEN) != 0;
+    }
+    HostScreenCache &stCache = g_astHostScreen[pstInfo->ucThreadID];
+    if (std::memcmp(stCache.aacKeyword, g_stPageConfig.aacHostBlackKeyword, sizeof(stCache.aacKeyword)) != 0) {
+        std::memcpy(stCache.aacKeyword, g_stPageConfig.aacHostBlackKeyword, sizeof(stCache.aacKeyword));
+        std::memset(stCache.astSlot, 0, sizeof(stCache.astSlot));
+    }
+    pstInfo->acHost[HOST_MAX_LEN] = '\0';
+    const size_t textLen = std::strlen(pstInfo->acHost);
+    HostScreenCache::Slot &stSlot = stCache.astSlot[pstInfo->uiHostHashKey % HostScreenCache::kSlots];
+    if (stSlot.ucUsed != 0 && stSlot.usLen == pstInfo->usHostLen && stSlot.usTextLen == textLen &&
+        std::memcmp(stSlot.acHost, pstInfo->acHost, textLen) == 0) {
+        return stSlot.ucBlack != 0;
+    }
+    const bool bBlack = IsHostBlackList(pstInfo->acHost, pstInfo->usHostLen, HOST_MAX_LEN) != 0;
+    stSlot.ucUsed = 1;
+    stSlot.ucBlack = bBlack ? 1 : 0;
+    stSlot.usLen = pstInfo->usHostLen;
+    stSlot.usTextLen = static_cast<uint16_t>(textLen);
+    std::memcpy(stSlot.acHost, pstInfo->acHost, textLen);
+    return bBlack;
+}
+
 bool IsBlackRequest(STEventInfo *pstInfo)
 {
-    return IsHostBlackList(pstInfo->acHost, pstInfo->usHostLen, HOST_MAX_LEN) != 0 || UriHasInputKeyword(pstInfo);
+    return IsBlackHost(pstInfo) || UriHasInputKeyword(pstInfo);
 }
 
 void MarkFlowBlack(STEventInfo *pstInfo, uint8_t ucBlack)

@@ -122,8 +122,8 @@ void SaveString(STEventInfo *pstInfo, STPageNode *pstPage, uint64_t ullBeginTime
         // Seen again: it becomes the newest of its list, keeping its text and
         // the level it was first saved with.
         STTranNode *pstNode = NodeOf(pstStr);
-        if (RemoveNode(pstNode, pstList) == 0 && InsertNodeTail(pstNode, pstList) != 0) {
-            FreeNodeMem(pstNode, pstPool);
+        if (orvane::ListRemove(pstNode, pstList) == 0 && orvane::ListInsertTail(pstNode, pstList) != 0) {
+            orvane::PoolGive(pstNode, pstPool);
             return;
         }
         pstStr->ullBeginTime = ullBeginTime;
@@ -132,12 +132,12 @@ void SaveString(STEventInfo *pstInfo, STPageNode *pstPage, uint64_t ullBeginTime
     }
 
     // A full pool drops the string; the page keeps working with what it has.
-    STTranNode *pstNode = ApplyNodeMem(pstPool);
+    STTranNode *pstNode = orvane::PoolTake(pstPool);
     if (pstNode == nullptr) {
         return;
     }
-    if (InsertNodeTail(pstNode, pstList) != 0) {
-        FreeNodeMem(pstNode, pstPool);
+    if (orvane::ListInsertTail(pstNode, pstList) != 0) {
+        orvane::PoolGive(pstNode, pstPool);
         return;
     }
     pstStr = MatchStrOf(pstNode);
@@ -160,8 +160,8 @@ void ReleaseMatchList(STTranManage *pstList, CMemPool *pstPool)
     // The walk reads each successor before the visit, so every node can be
     // unlinked as it is visited; a node the list refuses to give up stays.
     orvane::WalkList(pstList, pstList->uiNodeNum, [&](STTranNode *pstNode) {
-        if (RemoveNode(pstNode, pstList) == 0) {
-            FreeNodeMem(pstNode, pstPool);
+        if (orvane::ListRemove(pstNode, pstList) == 0) {
+            orvane::PoolGive(pstNode, pstPool);
         }
         return false;
     });

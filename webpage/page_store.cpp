@@ -95,14 +95,14 @@ uint64_t CreatePage(STEventInfo *pstInfo, uint32_t uiPageType, const PageCreatio
     // A thread without a context has no pool either; both end here alike.
     // Nothing is evicted when the pool is dry: the event stays without a page.
     STWebPage *pstCtx = ContextOf(ucTid);
-    STTranNode *pstNode = pstCtx == nullptr ? nullptr : ApplyNodeMem(&pstCtx->stPageNodePool);
+    STTranNode *pstNode = pstCtx == nullptr ? nullptr : orvane::PoolTake(&pstCtx->stPageNodePool);
     if (pstNode == nullptr) {
         LOG_ERROR_AS(pcFunc, ucTid, "PageNodePool is NULL!");
         return 0;
     }
-    if (InsertNodeHead(pstNode, PageListOf(pstCtx, stHow.ucListType)) != 0) {
+    if (orvane::ListInsertHead(pstNode, PageListOf(pstCtx, stHow.ucListType)) != 0) {
         LOG_ERROR_AS(pcFunc, ucTid, "Insert page node fail!");
-        (void)FreeNodeMem(pstNode, &pstCtx->stPageNodePool);
+        (void)orvane::PoolGive(pstNode, &pstCtx->stPageNodePool);
         return 0;
     }
 

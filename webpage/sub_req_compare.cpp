@@ -34,14 +34,16 @@ constexpr SubRule kSubRules[] = {
     {COMPARE_REFERER_WITH_REFERER, &STPageNode::stRefererList, RefTime::PageLastReq, RefTime::PageLastRsp},
 };
 
+// The rules are listed in compare-type order.
+static_assert(kSubRules[0].enCompareType == COMPARE_URL_WITH_SUB_REQ_LOCATION &&
+                  kSubRules[1].enCompareType == COMPARE_REFERER_WITH_SUB_REQ_URL &&
+                  kSubRules[2].enCompareType == COMPARE_HOST_WITH_SUB_REQ_HOST &&
+                  kSubRules[3].enCompareType == COMPARE_REFERER_WITH_REFERER,
+              "sub rules indexed by compare type");
 const SubRule *SubRuleOf(uint32_t enCompareType)
 {
-    for (const SubRule &stRule : kSubRules) {
-        if (stRule.enCompareType == enCompareType) {
-            return &stRule;
-        }
-    }
-    return nullptr;
+    const uint32_t uiIndex = enCompareType - COMPARE_URL_WITH_SUB_REQ_LOCATION;
+    return uiIndex < sizeof(kSubRules) / sizeof(kSubRules[0]) ? &kSubRules[uiIndex] : nullptr;
 }
 
 // Where a walk over saved strings takes one reference time from: a field of
@@ -60,6 +62,7 @@ public:
     {
         return m_pullOfString != nullptr ? pstStr->*m_pullOfString : m_ullOfPage;
     }
+    bool PerPage() const { return m_pullOfString == nullptr; }
 
 private:
     uint64_t STMatchStrNode::*m_pullOfString;
@@ -71,6 +74,79 @@ private:
 STPageNode *LatestWebPage(STWebPage *pstCtx)
 {
     return orvane::FindInList<STPageNode>(&pstCtx->stPageNodeList, IsSuccessfulWebPage);
+}
+
+// Whether CompareSubReqStrWithDiffType could take the string: false only
+// where it certainly would not (see UrlMayBeLocation for the text rules).
+bool StringMayMatch(const STMatchStrNode &stStr, const STCompareInfo &stCompare, uint32_t enCompareType,
+                    uint32_t uiKey, bool bRefererText)
+{
+    if (stStr.usStrLen > MATCH_STR_MAX_LEN) {
+        return false;
+    }
+    switch (enCompareType) {
+        case COMPARE_URL_WITH_SUB_REQ_LOCATION:
+            return stStr.uiHashKey != 0 && (stStr.uiHashKey == stCompare.uiURLKey ||
+                                            orvane::UrlMayBeLocation(&stCompare, stStr.acStr, stStr.usStrLen));
+        case COMPARE_REFERER_WITH_SUB_REQ_URL:
+            return stStr.uiHashKey != 0 &&
+                   (stStr.uiHashKey == stCompare.uiRefererKey || (bRefererText && stStr.usStrLen != 0));
+        case COMPARE_HOST_WITH_SUB_REQ_HOST:
+        case COMPARE_REFERER_WITH_REFERER:
+            return stStr.uiHashKey == uiKey;
+        default:
+            return true;
+    }
+}
+
+// With TRACE off and sound arguments a sub compare logs nothing until it has
+// found no string, so where that is certain from the event, the list's count
+// and a window that is the page's alone, the compare record need not be made.
+// The verdicts are GetSubCompareInfo's and CompareSubReqString's.
+// The rule's constants fold into the window test when the type is known here.
+template <uint32_t CompareType>
+bool SubCompareFindsNothingFor(const STPageNode *pstPage, const STEventInfo *pstInfo)
+{
+    const SubRule &stRule = kSubRules[CompareType - COMPARE_URL_WITH_SUB_REQ_LOCATION];
+    if (pstInfo->usHostLen == 0 && pstInfo->usURLLen == 0 && pstInfo->usRefererUrlLen == 0) {
+        return true;
+    }
+    if ((pstPage->*(stRule.pstList)).uiNodeNum == 0) {
+        return true;
+    }
+    const orvane::TimeWindow stWindow(CompareType, pstInfo->ullReqBeginTime, pstInfo->ullReqEndTime,
+                                      pstInfo->usCauseCode);
+    if (stWindow.PageRejects(pstPage->ullPageFirReq)) {
+        return true;
+    }
+    const RefSource stRefBegin(stRule.enRefBegin, pstPage);
+    const RefSource stRefEnd(stRule.enRefEnd, pstPage);
+    if (!stRefBegin.PerPage() || !stRefEnd.PerPage()) {
+        return false;
+    }
+    const STMatchStrNode *const pstAny = nullptr;
+    return !stWindow.Fits(stRefBegin.Of(pstAny), stRefEnd.Of(pstAny),
+                          stWindow.LengthFor(pstPage->enNetworkType, pstPage->usCauseCode));
+}
+
+bool SubCompareFindsNothing(const STPageNode *pstPage, const STEventInfo *pstInfo, uint32_t enCompareType)
+{
+    if (g_enSDKLogLevel <= LOG_LEVEL_TRACE || pstPage == nullptr || pstInfo == nullptr ||
+        !orvane::IsValidThread(pstInfo->ucThreadID)) {
+        return false;
+    }
+    switch (enCompareType) {
+        case COMPARE_URL_WITH_SUB_REQ_LOCATION:
+            return SubCompareFindsNothingFor<COMPARE_URL_WITH_SUB_REQ_LOCATION>(pstPage, pstInfo);
+        case COMPARE_REFERER_WITH_SUB_REQ_URL:
+            return SubCompareFindsNothingFor<COMPARE_REFERER_WITH_SUB_REQ_URL>(pstPage, pstInfo);
+        case COMPARE_HOST_WITH_SUB_REQ_HOST:
+            return SubCompareFindsNothingFor<COMPARE_HOST_WITH_SUB_REQ_HOST>(pstPage, pstInfo);
+        case COMPARE_REFERER_WITH_REFERER:
+            return SubCompareFindsNothingFor<COMPARE_REFERER_WITH_REFERER>(pstPage, pstInfo);
+        default:
+            return false;
+    }
 }
 
 uint64_t CompareWithLatestPage(STEventInfo *pstInfo, uint32_t enCompareType)
@@ -183,15 +259,43 @@ uint64_t CompareSubReqString(STEventInfo *pstInfo, STPageNode *pstPage, STCompar
     const uint64_t ullLength = stWindow.LengthFor(pstPage->enNetworkType, pstPage->usCauseCode);
     const uint64_t ullPageFirReq = pstPage->ullPageFirReq;
     const char *const pcFunc = __func__;
-    STTranNode *pstHit = orvane::WalkList(pstList, [&](STTranNode *pstNode) {
-        STMatchStrNode *pstStr = MatchStrOf(pstNode);
-        if (!stWindow.FitsPage(ullPageFirReq, stRefBegin.Of(pstStr), stRefEnd.Of(pstStr), ullLength)) {
-            return false;
-        }
-        LOG_TRACE_AS(pcFunc, ucTid, "Sub match, compare time is OK.");
+    const auto bSame = [&](STMatchStrNode *pstStr) {
         return CompareSubReqStrWithDiffType(pstStr, pstCompare, pstPage->acHost, pstPage->usHostLen,
                                             enCompareType) == 0;
-    });
+    };
+    // Nothing in the walk calls the daemon before its first TRACE line, so
+    // the level tested here is the one that line would see; with TRACE off
+    // the walk logs nothing, so tests without side effects may come first.
+    const bool bQuiet = g_enSDKLogLevel > LOG_LEVEL_TRACE;
+    STTranNode *pstHit = nullptr;
+    if (stRefBegin.PerPage() && stRefEnd.PerPage()) {
+        // One verdict for every string: the window is the page's alone.
+        const STMatchStrNode *const pstAny = nullptr;
+        if (stWindow.FitsPage(ullPageFirReq, stRefBegin.Of(pstAny), stRefEnd.Of(pstAny), ullLength)) {
+            pstHit = orvane::WalkList(pstList, [&](STTranNode *pstNode) {
+                LOG_TRACE_AS(pcFunc, ucTid, "Sub match, compare time is OK.");
+                return bSame(MatchStrOf(pstNode));
+            });
+        }
+    } else if (!stWindow.PageRejects(ullPageFirReq)) {
+        const uint32_t uiKey =
+            enCompareType == COMPARE_HOST_WITH_SUB_REQ_HOST ? pstCompare->uiHostKey : pstCompare->uiRefererKey;
+        // The referer rule's text test needs the event referer to begin with
+        // the page's host, the same for every string.
+        const bool bRefererText = bQuiet && enCompareType == COMPARE_REFERER_WITH_SUB_REQ_URL &&
+                                  orvane::RefererMayBeUrlOn(pstCompare, pstPage->acHost, pstPage->usHostLen);
+        pstHit = orvane::WalkList(pstList, [&](STTranNode *pstNode) {
+            STMatchStrNode *pstStr = MatchStrOf(pstNode);
+            if (bQuiet && !StringMayMatch(*pstStr, *pstCompare, enCompareType, uiKey, bRefererText)) {
+                return false;
+            }
+            if (!stWindow.Fits(stRefBegin.Of(pstStr), stRefEnd.Of(pstStr), ullLength)) {
+                return false;
+            }
+            LOG_TRACE_AS(pcFunc, ucTid, "Sub match, compare time is OK.");
+            return bSame(pstStr);
+        });
+    }
     if (pstHit == nullptr) {
         LOG_TRACE(ucTid, "Sub match page is NOK.");
         return 0;
@@ -201,8 +305,8 @@ uint64_t CompareSubReqString(STEventInfo *pstInfo, STPageNode *pstPage, STCompar
     if (enCompareType == COMPARE_URL_WITH_SUB_REQ_LOCATION) {
         // A redirect location leads to one request only.
         STWebPage *pstCtx = ContextOf(ucTid);
-        if (pstCtx != nullptr && RemoveNode(pstHit, pstList) == 0) {
-            FreeNodeMem(pstHit, &pstCtx->stMatchStrMemPool);
+        if (pstCtx != nullptr && orvane::ListRemove(pstHit, pstList) == 0) {
+            orvane::PoolGive(pstHit, &pstCtx->stMatchStrMemPool);
         }
     }
     if (UpdatePageNode(pstPage, pstInfo, PAGE_TYPE_ASSOCIATE) != 0) {
@@ -229,9 +333,15 @@ uint64_t CompareRefererWithAllReqReferer(STEventInfo *pstInfo)
     uint64_t ullPageID = 0;
     orvane::WalkList(&pstCtx->stPageNodeList, [&](STTranNode *pstNode) {
         STPageNode *pstPage = PageOf(pstNode);
-        if (IsSuccessfulWebPage(pstPage)) {
-            ullPageID = CompareRefererWithReferer(pstInfo, pstPage);
+        if (!IsSuccessfulWebPage(pstPage)) {
+            return false;
         }
+        // Without its referer-key branch, CompareRefererWithReferer gives
+        // the sub compare's result, which the screen may settle here.
+        const bool bSameKey = pstPage->uiRefererKey != 0 && pstPage->uiRefererKey == pstInfo->uiRefererHashKey;
+        ullPageID = !bSameKey && SubCompareFindsNothing(pstPage, pstInfo, COMPARE_REFERER_WITH_REFERER)
+                        ? 0
+                        : CompareRefererWithReferer(pstInfo, pstPage);
         return ullPageID != 0;
     });
     if (ullPageID == 0) {
@@ -294,6 +404,9 @@ uint64_t ProcessSpecialUri(STEventInfo *pstInfo)
 
 uint64_t CompareSubReqCommon(STPageNode *pstPage, STEventInfo *pstInfo, uint32_t enCompareType)
 {
+    if (SubCompareFindsNothing(pstPage, pstInfo, enCompareType)) {
+        return 0;
+    }
     STCompareInfo stCompare;
     std::memset(&stCompare, 0, sizeof(stCompare));
     if (GetSubCompareInfo(pstPage, pstInfo, enCompareType, &stCompare) == 1) {

@@ -115,9 +115,13 @@ uint64_t MatchPageByTime(STPageNode *pstPage, STEventInfo *pstInfo, const TimeOn
         return 0;
     }
     if (orvane::HasFlag(pstPage, PAGE_FLAG_WEBTYPE)) {
-        return orvane::JoinByTransWindow(pstPage, pstInfo, stWindows.stWebPage, kAllPageFunc, kWebPageTimeJoin)
-                   ? pstPage->uiPageID
-                   : 0;
+        // The join's own first test, inline: most pages are outside.
+        const orvane::TimeWindow &stWeb = stWindows.stWebPage;
+        if (!stWeb.Fits(pstPage->ullPageLastReq, pstPage->ullPageLastRsp, stWeb.LengthFor(pstPage->enNetworkType, 0))) {
+            return 0;
+        }
+        return orvane::JoinByTransWindow(pstPage, pstInfo, stWeb, kAllPageFunc, kWebPageTimeJoin) ? pstPage->uiPageID
+                                                                                                   : 0;
     }
 
     const orvane::TimeWindow &stWindow = stWindows.stOtherPage;

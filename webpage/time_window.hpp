@@ -96,7 +96,7 @@ public:
     // The window's length in ns for a page of this network type and cause:
     // the row's threshold for the network type (its fallback when 0),
     // doubled for a page held up by proxy authentication where the rule says so.
-    uint64_t LengthFor(uint32_t enNetworkType, uint16_t usPageCauseCode) const
+    __attribute__((always_inline)) uint64_t LengthFor(uint32_t enNetworkType, uint16_t usPageCauseCode) const
     {
         const uint32_t uiColumn = (enNetworkType >= 1 && enNetworkType < kNetworkColumnNum) ? enNetworkType : 0;
         const uint32_t uiMs = m_puiThresholdRow[uiColumn];
@@ -105,7 +105,7 @@ public:
     }
 
     // The single-rule windows' verdict against references X and Y.
-    bool Fits(uint64_t ullRefBegin, uint64_t ullRefEnd, uint64_t ullLength) const
+    __attribute__((always_inline)) bool Fits(uint64_t ullRefBegin, uint64_t ullRefEnd, uint64_t ullLength) const
     {
         const bool bBeganBeforeRef = m_ullBegin < ullRefBegin || m_ullBegin < ullRefEnd;
         switch (m_stRule.enKind) {
@@ -134,13 +134,18 @@ public:
 
     // CompareMsgTime's verdict: an event that began before the page did is
     // outside whatever the references say.
-    bool FitsPage(uint64_t ullPageFirReq, uint64_t ullRefBegin, uint64_t ullRefEnd, uint64_t ullLength) const
+    __attribute__((always_inline)) bool FitsPage(uint64_t ullPageFirReq, uint64_t ullRefBegin, uint64_t ullRefEnd,
+                                                  uint64_t ullLength) const
     {
         return !(m_ullBegin != 0 && ullPageFirReq > m_ullBegin) && Fits(ullRefBegin, ullRefEnd, ullLength);
     }
 
+    // FitsPage's test that depends on the page alone: when it holds, no
+    // reference makes the window fit.
+    bool PageRejects(uint64_t ullPageFirReq) const { return m_ullBegin != 0 && ullPageFirReq > m_ullBegin; }
+
     // The same against the page's own last request and response.
-    bool FitsPage(const STPageNode &stPage) const
+    __attribute__((always_inline)) bool FitsPage(const STPageNode &stPage) const
     {
         return FitsPage(stPage.ullPageFirReq, stPage.ullPageLastReq, stPage.ullPageLastRsp,
                         LengthFor(stPage.enNetworkType, stPage.usCauseCode));

@@ -149,8 +149,8 @@ uint32_t ProcessPageListTimeOut(uint32_t uiThreadID, uint8_t ucProcType, uint8_t
         const uint64_t ullPageID = pstPage->uiPageID;
         // A node the list refuses to give up stays linked rather than
         // being handed out twice by the pool.
-        if (RemoveNode(pstNode, pstList) == 0) {
-            (void)FreeNodeMem(pstNode, &pstCtx->stPageNodePool);
+        if (orvane::ListRemove(pstNode, pstList) == 0) {
+            (void)orvane::PoolGive(pstNode, &pstCtx->stPageNodePool);
             LOG_TRACE_AS(pcFunc, uiThreadID, "Page is timeout,delete page,PageID is %llu.",
                          (unsigned long long)ullPageID);
             ++uiClosed;

@@ -10,6 +10,7 @@
 
 #include "list_walk.hpp"
 #include "log_macros.h"
+#include "tran_ops.hpp"
 #include "webpage_internal.h"
 
 namespace orvane {
@@ -367,6 +368,37 @@ inline bool RefererIsUrl(STCompareInfo *pstCompare, uint32_t uiURLKey, char *pcU
 {
     return uiURLKey != 0 && (uiURLKey == pstCompare->uiRefererKey ||
                              IsRefererSameAsUrl(pstCompare, pcURL, usURLLen, pcHost, usHostLen) == 1);
+}
+
+// Necessary conditions of the two text equivalences above, read from first
+// bytes: when one is false the equivalence is false. The equivalences also
+// write a NUL at the saved text's and the event referer's length; every
+// writer of those texts (pages, saved strings, intake) terminates them
+// there, so a caller that skips them on these grounds changes no byte.
+inline bool UrlMayBeLocation(const STCompareInfo *pstCompare, const char *pcLocation, size_t l)
+{
+    const size_t h = pstCompare->usHostLen;
+    const size_t u = pstCompare->usURLLen;
+    if (l == 0 || u == 0 || h > pstCompare->usHostMaxLen || u > pstCompare->usURLMaxLen ||
+        pstCompare->pcHost == nullptr || pstCompare->pcURL == nullptr || u < h || pstCompare->usURLMaxLen < h) {
+        return false;
+    }
+    if (h == 0) {
+        return true;
+    }
+    const size_t p = u - h;
+    return pcLocation[0] == pstCompare->pcHost[0] || (p != 0 && p >= l && pcLocation[0] == pstCompare->pcURL[h]);
+}
+
+// The referer part, which depends on the saved URL's host alone (the page's
+// host for every saved string of a page).
+inline bool RefererMayBeUrlOn(const STCompareInfo *pstCompare, const char *pcHost, size_t g)
+{
+    const size_t r = pstCompare->usRefererLen;
+    if (r == 0 || r > pstCompare->usRefererMaxLen || pstCompare->pcReferer == nullptr) {
+        return false;
+    }
+    return g == 0 || (r >= g && std::strncmp(pstCompare->pcReferer, pcHost, g) == 0);
 }
 
 }  // namespace orvane
