@@ -180,6 +180,7 @@ orvane::LogFileName NameOfPath(const char *pcPath)
     if (pcPath == nullptr) {
         return {"", 0};
     }
+    // Only backslashes separate: the system's paths were written that way.
     const char *pcName = std::strrchr(pcPath, '\\');
     pcName = (pcName != nullptr) ? pcName + 1 : pcPath;
     size_t len = std::strlen(pcName);
@@ -228,15 +229,8 @@ void GetFileName(const char *pcPath, char *pcOut, uint32_t uiOutSize)
     if (pcPath == nullptr || pcOut == nullptr) {
         return;
     }
-    // Only backslashes separate: the system's paths were written that way.
-    const char *pcName = std::strrchr(pcPath, '\\');
-    pcName = (pcName != nullptr) ? pcName + 1 : pcPath;
-    size_t len = std::strlen(pcName);
-    if (len >= kFileNameBuf) {
-        pcName += len - (kFileNameBuf - 1);
-        len = kFileNameBuf - 1;
-    }
-    SF_MEMCPY_Ex(pcOut, pcName, uiOutSize, (uint32_t)len, __FILE__, __func__, __LINE__);
+    const orvane::LogFileName stName = NameOfPath(pcPath);
+    SF_MEMCPY_Ex(pcOut, stName.pcName, uiOutSize, stName.uiLen, __FILE__, __func__, __LINE__);
 }
 
 void SDKLog(uint32_t uiThreadID, uint32_t uiLevel, const char *pcFile, const char *pcFunc,

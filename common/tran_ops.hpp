@@ -130,14 +130,7 @@ inline uint32_t PoolGive(STTranNode *pstNode, CMemPool *pstPool)
     }
     pstNode->pstPrev = nullptr;
     pstNode->pstNext = nullptr;
-    if (pstPool->m_pstFreeTail != nullptr) {
-        pstPool->m_pstFreeTail->pstNext = pstNode;
-    } else {
-        pstPool->m_pstFreeHead = pstNode;
-    }
-    pstPool->m_pstFreeTail = pstNode;
-    pstPool->m_uiFreeNodeNum++;
-    pstPool->m_uiUsedNodeNum--;
+    PoolGiveUnlinked(pstNode, pstPool);
     return 0;
 }
 

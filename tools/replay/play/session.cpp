@@ -101,14 +101,21 @@ SessionReport ReplayWhole(Trace read, const char *listName, const SessionOptions
 // A capture is read whole: beyond this it is refused unread.
 constexpr size_t kMaxCaptureBytes = size_t{1} << 30;
 
-// Reads the rest of in after head, up to cap bytes in all; false when the
-// input is longer than that.
-bool ReadRest(std::istream &in, std::string *text, size_t cap)
+// Reads the rest of in after the head, for a format read whole: empty when
+// all of it came, else why not.
+std::string ReadRest(std::istream &in, std::string *text, size_t cap, const char *what)
 {
     while (in && text->size() <= cap) {
         *text += Take(in, std::min<size_t>(cap + 1 - text->size(), 1u << 20));
     }
-    return text->size() <= cap;
+    if (in.bad()) {
+        return "cannot read the file";
+    }
+    if (text->size() > cap) {
+        return std::string("a ") + what + " larger than " + std::to_string(cap >> 20) + " MiB is not read (the cap on " +
+               what + " input)";
+    }
+    return {};
 }
 
 // sniff: the user left the format open, so a capture's magic number decides
@@ -122,15 +129,9 @@ SessionReport ReplayStream(const std::string &file, std::istream &in, Format for
         return Unreadable(file, "cannot read the file");  // e.g. a directory
     }
     if (format == Format::kCapture || (sniff && LooksLikeCapture(head))) {
-        const bool whole = ReadRest(in, &head, kMaxCaptureBytes);
-        if (in.bad()) {
-            return Unreadable(file, "cannot read the file");
-        }
-        if (!whole) {
-            return Unreadable(file, "a capture larger than " + std::to_string(kMaxCaptureBytes >> 20) +
-                                        " MiB is not read (the cap on capture input)");
-        }
-        return ReplayWhole(ReadCapture(file, head, options.read), "packets", options, onIssue);
+        const std::string why = ReadRest(in, &head, kMaxCaptureBytes, "capture");
+        return !why.empty() ? Unreadable(file, why)
+                            : ReplayWhole(ReadCapture(file, head, options.read), "packets", options, onIssue);
     }
     if (format == Format::kAuto) {
         format = LooksLikeHar(head) ? Format::kHar : Format::kJsonl;
@@ -138,15 +139,9 @@ SessionReport ReplayStream(const std::string &file, std::istream &in, Format for
     if (format == Format::kJsonl) {
         return StreamJsonl(file, in, options, onIssue, std::move(head));
     }
-    const bool whole = ReadRest(in, &head, kMaxHarBytes);
-    if (in.bad()) {
-        return Unreadable(file, "cannot read the file");
-    }
-    if (!whole) {
-        return Unreadable(file, "a HAR file larger than " + std::to_string(kMaxHarBytes >> 20) +
-                                    " MiB is not read (the cap on HAR input)");
-    }
-    return ReplayWhole(ReadHar(file, head, options.read), "log.entries", options, onIssue);
+    const std::string why = ReadRest(in, &head, kMaxHarBytes, "HAR file");
+    return !why.empty() ? Unreadable(file, why)
+                        : ReplayWhole(ReadHar(file, head, options.read), "log.entries", options, onIssue);
 }
 
 }  // namespace

@@ -224,7 +224,7 @@ uint16_t Be16(const uint8_t *p) { return static_cast<uint16_t>(p[0] << 8 | p[1])
 
 bool IsTlsRecord(const uint8_t *data, size_t size)
 {
-    // handshake, change cipher spec, alert or application data; TLS 1.x
+    // a TLS 1.x record: ChangeCipherSpec, alert, handshake or application data
     return size >= 3 && data[0] >= 0x14 && data[0] <= 0x17 && data[1] == 0x03;
 }
 
