@@ -6,6 +6,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "../test_util.hpp"
 #include "capture_builder.hpp"
 #include "capture_fuzz_driver.hpp"
 #include "report.hpp"
@@ -62,38 +63,23 @@ TEST(CaptureReader, EveryLinkTypeAndBothIpVersionsGiveTheSameEvents)
         const Trace t = ReadCapture("c.pcap", PcapFile(row.link, SimplePage(row.client, row.server).Packets()), {});
         ASSERT_TRUE(t.fatal.empty()) << t.fatal;
         ASSERT_EQ(t.events.size(), 2u);
-        const TraceEvent &req = t.events[0];
-        const TraceEvent &rsp = t.events[1];
-        EXPECT_EQ(req.kind, EventKind::kRequest);
-        EXPECT_EQ(req.host, "www.example.com");
-        EXPECT_EQ(req.uri, "index.html");
-        EXPECT_EQ(req.referHost, "ref.example.com");
-        EXPECT_EQ(req.referPath, "from?x=1");
-        EXPECT_EQ(req.method, kMethodGet);
-        EXPECT_EQ(req.status, 200u) << "the request carries its answer's status";
-        EXPECT_EQ(req.contentType, "text/html");
-        EXPECT_EQ(req.begin, Ms(10));
-        EXPECT_EQ(req.syn, Ms(0));
-        EXPECT_EQ(req.clientPort, 40001);
-        EXPECT_EQ(req.serverPort, 80);
-        const bool v6 = std::string(row.client).find(':') != std::string::npos;
-        EXPECT_EQ(req.serverIp, v6 ? 0u : 0x5DB8D822u);
-        EXPECT_EQ(req.clientIp, v6 ? 0u : 0x0A000002u);
-        EXPECT_EQ(rsp.kind, EventKind::kResponse);
-        EXPECT_EQ(rsp.begin, Ms(50));
-        EXPECT_EQ(rsp.end, Ms(50));
-        EXPECT_EQ(rsp.finRst, 0) << "complete before the close";
-        EXPECT_EQ(rsp.flow, req.flow);
+        const TraceEvent &req = t.events[0], &rsp = t.events[1];
         ASSERT_EQ(t.transactions.size(), 1u);
         const Transaction &tx = t.transactions[0];
-        EXPECT_EQ(tx.url, "www.example.com/index.html");
-        EXPECT_EQ(tx.bodySize, 5);
         ASSERT_EQ(tx.phases.size(), 2u);
-        EXPECT_EQ(tx.phases[0].name, "connect");
-        EXPECT_EQ(tx.phases[0].end, Ms(2));
-        EXPECT_EQ(tx.phases[1].name, "wait");
-        EXPECT_EQ(t.capture.httpConnections, 1u);
-        EXPECT_EQ(t.capture.cutTransactions, 0u);
+        EXPECT_EQ((std::vector<std::string>{req.host, req.uri, req.referHost, req.referPath, req.contentType, rsp.flow,
+                                            tx.url, tx.phases[0].name, tx.phases[1].name}),
+                  (std::vector<std::string>{"www.example.com", "index.html", "ref.example.com", "from?x=1",
+                                            "text/html", req.flow, "www.example.com/index.html", "connect", "wait"}));
+        // The request carries its answer's status; the answer is complete before the close.
+        const bool v6 = std::string(row.client).find(':') != std::string::npos;
+        EXPECT_EQ(Fields(req.kind, req.method, req.status, req.begin, req.syn, req.clientPort, req.serverPort,
+                         req.serverIp, req.clientIp),
+                  Fields(EventKind::kRequest, kMethodGet, 200, Ms(10), Ms(0), 40001, 80, v6 ? 0u : 0x5DB8D822u,
+                         v6 ? 0u : 0x0A000002u));
+        EXPECT_EQ(Fields(rsp.kind, rsp.begin, rsp.end, rsp.finRst, tx.bodySize, tx.phases[0].end,
+                         t.capture.httpConnections, t.capture.cutTransactions),
+                  Fields(EventKind::kResponse, Ms(50), Ms(50), 0, 5, Ms(2), 1, 0));
     }
     const Trace ng = ReadCapture("c.pcapng", PcapngFile(SimplePage("10.0.0.2", "93.184.216.34").Packets()), {});
     EXPECT_EQ(ng.format, "pcapng");
@@ -119,12 +105,10 @@ TEST(CaptureReader, SegmentsOutOfOrderAndRepeatedAreReassembled)
     const Trace t = ReadCapture("c.pcap", PcapFile(kEthernet, s.Packets()), {});
     ASSERT_EQ(t.events.size(), 2u);
     EXPECT_EQ(t.events[0].uri, "index.html");
-    EXPECT_EQ(t.events[0].begin, Ms(11)) << "first byte in order";
-    EXPECT_EQ(t.events[0].end, Ms(15)) << "the hole filled";
-    EXPECT_EQ(t.events[1].begin, Ms(40));
-    EXPECT_EQ(t.events[1].end, Ms(42));
-    EXPECT_EQ(t.transactions[0].bodySize, 3000);
-    EXPECT_EQ(t.capture.cutTransactions, 0u);
+    // The request from its first byte in order to the filled hole.
+    EXPECT_EQ(Fields(t.events[0].begin, t.events[0].end, t.events[1].begin, t.events[1].end,
+                     t.transactions[0].bodySize, t.capture.cutTransactions),
+              Fields(Ms(11), Ms(15), Ms(40), Ms(42), 3000, 0));
 }
 
 TEST(CaptureReader, PipelinedRequestsMeetTheirAnswersInOrder)
@@ -187,11 +171,9 @@ TEST(CaptureReader, LostBytesCutTheirTransactionAndTheFlowGoesOn)
     r.Close(40);
     const Trace c = ReadCapture("c.pcap", PcapFile(kEthernet, r.Packets()), {});
     ASSERT_EQ(c.events.size(), 3u);
-    EXPECT_EQ(c.events[1].kind, EventKind::kResponse);
-    EXPECT_EQ(c.events[1].finRst, 1);
-    EXPECT_EQ(c.events[2].finRst, 1);
-    EXPECT_EQ(c.events[2].status, 0u);
-    EXPECT_EQ(c.capture.cutTransactions, 1u);
+    EXPECT_EQ(Fields(c.events[1].kind, c.events[1].finRst, c.events[2].finRst, c.events[2].status,
+                     c.capture.cutTransactions),
+              Fields(EventKind::kResponse, 1, 1, 0, 1));
 }
 
 TEST(CaptureReader, CaptureJoiningAConnectionFindsItsClientAndNextMessage)
@@ -223,8 +205,7 @@ TEST(CaptureReader, DnsLookupsAreTimedFromQueryToAnswer)
     const Trace t = ReadCapture("c.pcap", PcapFile(kEthernet, packets), {});
     ASSERT_EQ(t.dns.size(), 1u);
     EXPECT_EQ(t.dns[0].host, "www.example.com");
-    EXPECT_EQ(t.dns[0].begin, Ms(0));
-    EXPECT_EQ(t.dns[0].delayMs, 25u);
+    EXPECT_EQ(Fields(t.dns[0].begin, t.dns[0].delayMs), Fields(Ms(0), 25));
 }
 
 // A ClientHello with a server name, as the first client bytes.
@@ -267,11 +248,9 @@ TEST(CaptureReader, TlsAndOtherProtocolsAreCountedNotFed)
     const Trace t = ReadCapture("c.pcap", PcapFile(kEthernet, packets), {});
     EXPECT_TRUE(t.events.empty());
     ASSERT_EQ(t.undecoded.size(), 3u);
-    EXPECT_EQ(t.undecoded[0].kind, "TLS");
-    EXPECT_EQ(t.undecoded[0].sni, "secure.example.com");
-    EXPECT_EQ(t.undecoded[0].server, "93.184.216.34:443");
-    EXPECT_EQ(t.undecoded[1].kind, "TCP");
-    EXPECT_EQ(t.undecoded[2].kind, "HTTP/2");
+    EXPECT_EQ((std::vector<std::string>{t.undecoded[0].kind, t.undecoded[0].sni, t.undecoded[0].server,
+                                        t.undecoded[1].kind, t.undecoded[2].kind}),
+              (std::vector<std::string>{"TLS", "secure.example.com", "93.184.216.34:443", "TCP", "HTTP/2"}));
 }
 
 TEST(CaptureReader, BrokenFilesSayWhatTheyAre)
@@ -349,16 +328,13 @@ TEST(CaptureReader, SharedCapturesGroupTheirPageLoads)
         }
         const SessionReport r = ReplayFile(path.string(), {}, [](const std::string &, const Issue &) {});
         ASSERT_TRUE(r.trace->fatal.empty());
-        EXPECT_EQ(r.result.requests, row.requests);
-        EXPECT_EQ(r.result.events, 2 * row.requests) << "every request answered";
         ASSERT_EQ(r.result.pages.size(), 1u);
         const PageResult page = r.result.pages.All()[0];
         EXPECT_EQ(page.host, row.host);
-        EXPECT_EQ(page.requests, row.requests);
-        EXPECT_EQ(page.kqi.ucSuccFlag, 1);
-        EXPECT_EQ(page.kqi.ucPageFlag, row.counted);
-        EXPECT_EQ(page.kqi.uiDnsDelay, row.dnsMs);
-        EXPECT_EQ(r.trace->capture.cutTransactions, 0u);
+        // Every request answered, all on the page.
+        EXPECT_EQ(Fields(r.result.requests, r.result.events, page.requests, page.kqi.ucSuccFlag, page.kqi.ucPageFlag,
+                         page.kqi.uiDnsDelay, r.trace->capture.cutTransactions),
+                  Fields(row.requests, 2 * row.requests, row.requests, 1, row.counted, row.dnsMs, 0));
     }
 }
 

@@ -12,6 +12,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "../test_util.hpp"
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -85,15 +87,6 @@ TEST_F(Cli, UnreadableFilesDoNotStopTheOthers)
     EXPECT_NE(r.err.find("missing.jsonl: cannot open the file"), std::string::npos) << r.err;
     const nlohmann::json j = nlohmann::json::parse(r.out);
     EXPECT_EQ(j["summary"]["not_replayed"], 2);
-}
-
-size_t Count(const std::string &text, const std::string &what)
-{
-    size_t n = 0;
-    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) {
-        ++n;
-    }
-    return n;
 }
 
 TEST_F(Cli, HostileValuesAreNamedByTypeAndShortEscapedPrefix)
@@ -196,7 +189,7 @@ TEST_F(Cli, SampleInEveryForm)
     ASSERT_EQ(j["sessions"].size(), 1u);
     EXPECT_FALSE(j["sessions"][0]["pages"].empty());
     EXPECT_TRUE(j["sessions"][0].contains("eval"));
-    EXPECT_EQ(j["sessions"][0]["events"].size(), j["sessions"][0]["events"].size());
+    EXPECT_FALSE(j["sessions"][0]["events"].empty());
 
     const Outcome log = Exec("--log trace");
     EXPECT_NE(log.err.find("[TID=0][TRACE]"), std::string::npos);
@@ -210,22 +203,10 @@ TEST_F(Cli, SampleInEveryForm)
     for (const char *ref : {"src=", "@import", "url("}) {
         EXPECT_EQ(doc.find(ref), std::string::npos) << ref;
     }
-    for (size_t at = doc.find("href="); at != std::string::npos; at = doc.find("href=", at + 1)) {
-        EXPECT_EQ(doc.compare(at, 7, "href=\"#"), 0) << doc.substr(at, 40);
-    }
-    size_t rows = 0;
-    for (size_t at = doc.find("<div class=\"r"); at != std::string::npos; at = doc.find("<div class=\"r", at + 1)) {
-        const bool header = doc.compare(at, 16, "<div class=\"r h\"") == 0;
-        const bool dns = doc.compare(at, 17, "<div class=\"r dn\"") == 0;
-        rows += header || dns ? 0 : 1;
-    }
-    const Outcome sample = Exec("--sample");
-    size_t requests = 0;
-    for (size_t at = sample.out.find("\"ev\": \"req\""); at != std::string::npos;
-         at = sample.out.find("\"ev\": \"req\"", at + 1)) {
-        ++requests;
-    }
-    EXPECT_EQ(rows, requests) << "one bar per transaction";
+    EXPECT_EQ(Count(doc, "href="), Count(doc, "href=\"#"));
+    // One bar per transaction: every row but the headers and the DNS rows.
+    EXPECT_EQ(Count(doc, "<div class=\"r") - Count(doc, "<div class=\"r h\"") - Count(doc, "<div class=\"r dn\""),
+              Count(Exec("--sample").out, "\"ev\": \"req\""));
 }
 
 TEST_F(Cli, StandardInputIsStreamedOrReadAsHar)

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "../browsing_stream.hpp"
+#include "../test_util.hpp"
 #include "jsonl_reader.hpp"
 #include "report.hpp"
 
@@ -56,15 +57,6 @@ constexpr const char *kTwoVisits = R"({"log":{"version":"1.2",
              "headers":[{"name":"Referer","value":"https://b.example/"}]},
   "response":{"status":200,"headers":[],"content":{"size":3000,"mimeType":"text/css"}},
   "timings":{"send":1,"wait":20,"receive":5}}]}})";
-
-size_t Count(const std::string &doc, const std::string &what)
-{
-    size_t n = 0;
-    for (size_t at = doc.find(what); at != std::string::npos; at = doc.find(what, at + 1)) {
-        ++n;
-    }
-    return n;
-}
 
 // The waterfall row (its opening tag up to the row's end) whose label shows text.
 std::string RowWith(const std::string &doc, const std::string &text)
