@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "test_util.hpp"
 #include "webpage_internal.h"
 
 namespace orvane_test {

@@ -128,12 +128,17 @@ TEST(HtmlReport, TwoVisitsDrawOneSectionPerPageWithPhasesAndTheRedirectChain)
     EXPECT_NE(doc.find("<div class=\"n\">DNS b.example</div>"), std::string::npos);
 }
 
-TEST(HtmlReport, PhasesOfAnotherReaderAreDrawnUnderTheirOwnName)
+// Phases another reader names are drawn under their own name; a response on
+// another page than its request stands out.
+TEST(HtmlReport, OtherPhaseNamesAndResponsesOnAnotherPage)
 {
     std::vector<SessionReport> sessions;
     sessions.push_back(ReplayedHar(kTwoVisits));
     Transaction &tx = sessions[0].trace->transactions[5];
     tx.phases = {{"syn", tx.begin, tx.begin + 5 * kNsPerMs}, {"wait", tx.begin + 5 * kNsPerMs, tx.end}};
+    const Transaction &script = sessions[0].trace->transactions[2];
+    ASSERT_EQ(script.url, "a.example/app.js");
+    sessions[0].result.outcomes[static_cast<size_t>(script.response)].pageId = 2;
     const std::string doc = Render(std::move(sessions));
     const std::string row = RowWith(doc, "b.example/<");
     const size_t syn = row.find("<i style=\"background:hsl(");
@@ -141,20 +146,10 @@ TEST(HtmlReport, PhasesOfAnotherReaderAreDrawnUnderTheirOwnName)
     EXPECT_EQ(row.find(");left:", syn), row.find(')', syn)) << "placed on the axis: " << row;
     EXPECT_NE(row.find("phases: syn 5.0 wait"), std::string::npos) << row;
     EXPECT_NE(doc.find("</i>syn<i"), std::string::npos) << "named in the legend";
-}
-
-TEST(HtmlReport, AResponseOnAnotherPageThanItsRequestStandsOut)
-{
-    std::vector<SessionReport> sessions;
-    sessions.push_back(ReplayedHar(kTwoVisits));
-    const Transaction &script = sessions[0].trace->transactions[2];
-    ASSERT_EQ(script.url, "a.example/app.js");
-    sessions[0].result.outcomes[static_cast<size_t>(script.response)].pageId = 2;
-    const std::string doc = Render(std::move(sessions));
-    const std::string row = RowWith(doc, "a.example/app.js");
-    EXPECT_EQ(row.rfind("<div class=\"r xp\"", 0), 0u) << row;
-    EXPECT_NE(row.find("<em class=\"xp\">rsp \xE2\x86\x92 p2</em>"), std::string::npos) << row;
-    EXPECT_NE(row.find("response joined page 2"), std::string::npos) << row;
+    const std::string moved = RowWith(doc, "a.example/app.js");
+    EXPECT_EQ(moved.rfind("<div class=\"r xp\"", 0), 0u) << moved;
+    EXPECT_NE(moved.find("<em class=\"xp\">rsp \xE2\x86\x92 p2</em>"), std::string::npos) << moved;
+    EXPECT_NE(moved.find("response joined page 2"), std::string::npos) << moved;
 }
 
 // A long trace of generated browsing, kept in memory as --html keeps it.
