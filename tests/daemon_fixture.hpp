@@ -38,10 +38,7 @@ struct Event {
 Event Req(std::string host, std::string uri, uint64_t begin, uint64_t end = 0);
 Event Rsp(uint32_t code, uint64_t begin, uint64_t end = 0, std::string contentType = "text/html");
 
-struct CapturedLog {
-    uint32_t level;
-    std::string line;
-};
+struct CapturedLog { uint32_t level; std::string line; };
 
 // Global callback sinks: the library's callbacks are plain C functions.
 struct DaemonSinks {

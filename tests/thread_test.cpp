@@ -98,11 +98,7 @@ void Feed(uint32_t thread)
     API_ReleaseWebPageNode(thread, 1);
 }
 
-struct RunResult {
-    std::vector<ThreadOutcome> outcomes;
-    uint64_t logLines = 0;
-    uint64_t logHash = 0;
-};
+struct RunResult { std::vector<ThreadOutcome> outcomes; uint64_t logLines = 0; uint64_t logHash = 0; };
 
 RunResult RunAll(bool concurrently)
 {

@@ -33,10 +33,7 @@ enum LinkType : uint32_t {
 
 using Bytes = std::vector<uint8_t>;
 
-struct CapturedPacket {
-    uint64_t ns;
-    Bytes ip;
-};
+struct CapturedPacket { uint64_t ns; Bytes ip; };
 
 inline void Put16(Bytes *b, uint16_t v)
 {

@@ -48,10 +48,7 @@ std::vector<std::string> Statuses(const Trace &t, EventKind kind)
 
 TEST(CaptureReader, EveryLinkTypeAndBothIpVersionsGiveTheSameEvents)
 {
-    const struct {
-        uint32_t link;
-        const char *client, *server;
-    } rows[] = {
+    const struct { uint32_t link; const char *client, *server; } rows[] = {
         {kEthernet, "10.0.0.2", "93.184.216.34"}, {kEthernetVlan, "10.0.0.2", "93.184.216.34"},
         {kSll, "10.0.0.2", "93.184.216.34"},      {kSll2, "10.0.0.2", "93.184.216.34"},
         {kRaw, "10.0.0.2", "93.184.216.34"},      {kNull, "10.0.0.2", "93.184.216.34"},
@@ -309,13 +306,7 @@ TEST(CaptureReader, ReplaysFromAFileByItsMagicNumber)
 // Shared real captures: a page load and its sub-requests on one page.
 TEST(CaptureReader, SharedCapturesGroupTheirPageLoads)
 {
-    const struct {
-        const char *file;
-        size_t requests;
-        const char *host;
-        uint32_t dnsMs;
-        uint8_t counted;
-    } rows[] = {
+    const struct { const char *file; size_t requests; const char *host; uint32_t dnsMs; uint8_t counted; } rows[] = {
         {"pcap2har-pcapr.net.pcap", 42, "pcapr.net", 0, 1},             // 303 to /home, then 41 sub-requests
         {"pcap2har-sajal.pcap", 58, "www.thaindian.com", 140, 1},       // an article and its ad hosts
         {"pcapplusplus-sll.pcap", 2, "www.ynet.co.il", 24, 0},          // 301 then the page, cooked capture

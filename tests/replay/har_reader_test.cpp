@@ -135,11 +135,7 @@ TEST(HarReader, CacheHitsAndNonHttpAreCountedNotReplayed)
 
 TEST(HarReader, BadEntriesAreSkippedWithTheirPlaceAndReason)
 {
-    const struct {
-        const char *what;
-        void (*spoil)(json &);
-        const char *message;
-    } rows[] = {
+    const struct { const char *what; void (*spoil)(json &); const char *message; } rows[] = {
         {"no start", [](json &e) { e.erase("startedDateTime"); }, "missing field entry.startedDateTime"},
         {"bad start", [](json &e) { e["startedDateTime"] = "yesterday"; }, "startedDateTime is not an ISO 8601 time"},
         {"no url", [](json &e) { e["request"].erase("url"); }, "missing field request.url"},

@@ -50,10 +50,7 @@ TEST(JsonlReader, ResponsesAnswerTheirFlowsRequestsInOrder)
 
 TEST(JsonlReader, BadLinesNameTheLineAndTheFault)
 {
-    const struct {
-        const char *line;
-        const char *message;
-    } rows[] = {
+    const struct { const char *line; const char *message; } rows[] = {
         {R"({"ev":"req","begin":1,"method":"GET"})", "missing field \"flow\""},
         {R"({"ev":"req","flow":"f","method":"GET"})", "missing field \"begin\""},
         {R"({"ev":"req","flow":"f","begin":1})", "missing field \"method\""},

@@ -40,10 +40,7 @@ PageResult FirstPageOf(const SessionResult &r, const std::string &host)
 TEST(Replay, TimerRunsOnTheTracesFiveSecondBoundaries)
 {
     const Trace trace = ReadJsonl("one", OnePage());
-    const struct {
-        uint16_t timeout;
-        uint64_t closedAtSec;
-    } rows[] = {
+    const struct { uint16_t timeout; uint64_t closedAtSec; } rows[] = {
         {0, 1065},   // default: 12 quiet runs, closed by the 13th (1005 .. 1065)
         {10, 1015},  // 2 quiet runs
         {3, 1005},   // no quiet run: the first run closes it
@@ -129,10 +126,7 @@ TEST(Evaluate, PairCountsAndMainRequests)
 {
     Trace trace;
     SessionResult session;
-    const struct {
-        const char *truth;
-        uint64_t page;
-    } rows[] = {{"A", 1}, {"A", 1}, {"A", 2}, {"B", 2}, {"B", 0}};
+    const struct { const char *truth; uint64_t page; } rows[] = {{"A", 1}, {"A", 1}, {"A", 2}, {"B", 2}, {"B", 0}};
     for (const auto &row : rows) {
         TraceEvent ev;
         ev.transaction = static_cast<int>(trace.transactions.size());
