@@ -185,11 +185,10 @@ TEST_F(MainRuleTest, RedirectChainHandsTheLocationOn)
 
     // The followed hop leaves no location behind, but its key still finds the page.
     EXPECT_EQ(Send(3, Follow("home.example", "", "", "text/html", 10 * kSec)), page);
-    EXPECT_EQ(p->usLocationLen, 0u);
-    EXPECT_EQ(p->acLocation[0], '\0');
-    EXPECT_EQ(p->uiLocationKey, homeKey);
-    EXPECT_EQ(p->usMainCauseCode, 200u);
-    EXPECT_EQ(p->stLocationList.uiNodeNum, 0u);  // handed over, never saved as a string
+    // Handed over, never saved as a string.
+    EXPECT_EQ(Fields(p->usLocationLen, p->acLocation[0], p->uiLocationKey, p->usMainCauseCode,
+                     p->stLocationList.uiNodeNum),
+              Fields(0, 0, homeKey, 200, 0));
     EXPECT_EQ(Send(4, Follow("home.example", "", "", "text/html", 20 * kSec)), page);
 }
 

@@ -4,6 +4,7 @@
 #include <random>
 
 #include "ott_fixture.hpp"
+#include "test_util.hpp"
 
 namespace ott_test {
 namespace {
@@ -84,12 +85,9 @@ TEST_F(OttTest, SpeedSumsEachDirectionAndEmptiesTheSession)
         Place(session_.stDwTransList, {{10, 15, 7}});
         uint64_t upP = 9, upD = 9, dwP = 9, dwD = 9;
         ASSERT_EQ(API_OTTTransSpeed(pool_, &session_, &upP, &upD, &dwP, &dwD), OTT_RET_OK);
-        EXPECT_EQ(upP, r.payload);
-        EXPECT_EQ(upD, r.duration);
-        EXPECT_EQ(dwP, 7u);
-        EXPECT_EQ(dwD, 5u);
-        EXPECT_EQ(session_.stUpTransList.uiNodeNum + session_.stDwTransList.uiNodeNum, 0u);
-        EXPECT_EQ(GetFreeNodeNum(pool_), kPoolNodes);
+        EXPECT_EQ(Fields(upP, upD, dwP, dwD, session_.stUpTransList.uiNodeNum + session_.stDwTransList.uiNodeNum,
+                         GetFreeNodeNum(pool_)),
+                  Fields(r.payload, r.duration, 7, 5, 0, kPoolNodes));
     }
 }
 
@@ -204,10 +202,8 @@ TEST_F(OttTest, MergedSessionsMatchTheUnionOfTheirTransactions)
         }
         uint64_t upP, upD, dwP, dwD;
         ASSERT_EQ(API_OTTTransSpeed(pool_, &session, &upP, &upD, &dwP, &dwD), OTT_RET_OK);
-        EXPECT_EQ(upD, UnionLength(oracle.valid[0]));
-        EXPECT_EQ(upP, oracle.payload[0]);
-        EXPECT_EQ(dwD, UnionLength(oracle.valid[1]));
-        EXPECT_EQ(dwP, oracle.payload[1]);
+        EXPECT_EQ(Fields(upD, upP, dwD, dwP), Fields(UnionLength(oracle.valid[0]), oracle.payload[0],
+                                                     UnionLength(oracle.valid[1]), oracle.payload[1]));
         ASSERT_EQ(GetFreeNodeNum(pool_), kNodes);
     }
     EXPECT_EQ(GetListFreeNodeNum(pool_), kNodes);

@@ -1,6 +1,4 @@
 // Page creation, IDs, the flow's page look-ups, and how events update a page.
-#include <algorithm>
-#include <iterator>
 #include <string>
 
 #include "daemon_fixture.hpp"
@@ -72,9 +70,7 @@ TEST_F(PageStoreTest, FirstTimeTakesASynAtMostFiveSecondsEarlier)
     STPageNode *page = Create(3, Req("a.example", "/", 10 * kSec, 11 * kSec));
     Apply(page, 3, Req("a.example", "/late", 20 * kSec, 21 * kSec));
     Apply(page, 3, Req("a.example", "/early", 2 * kSec, 3 * kSec));  // moves nothing back
-    EXPECT_EQ(page->ullPageFirReq, 10 * kSec);
-    EXPECT_EQ(page->ullPageLastReq, 20 * kSec);
-    EXPECT_EQ(page->ullPageLastRsp, 21 * kSec);
+    EXPECT_EQ(Fields(page->ullPageFirReq, page->ullPageLastReq, page->ullPageLastRsp), Fields(10 * kSec, 20 * kSec, 21 * kSec));
 }
 
 // What the creating event alone leaves on a page.
@@ -107,15 +103,13 @@ TEST_F(PageStoreTest, MainRequestSettlesOnceAfterRedirects)
     STPageNode *page = Create(1, Coded(Req("a.example", "/", kSec), 302));
     Apply(page, 1, Rsp(200, 2 * kSec));
     Apply(page, 1, Rsp(500, 3 * kSec));
-    EXPECT_EQ(page->usPageFlag, PAGE_FLAG_WEBTYPE | kRedirectFlags | PAGE_FLAG_MAIN_REQ);
-    EXPECT_EQ(page->usMainCauseCode, 200u);
-    EXPECT_EQ(page->usCauseCode, 500u);
+    EXPECT_EQ(Fields(page->usPageFlag, page->usMainCauseCode, page->usCauseCode),
+              Fields(PAGE_FLAG_WEBTYPE | kRedirectFlags | PAGE_FLAG_MAIN_REQ, 200, 500));
 
     STPageNode *failed = Create(2, Coded(Req("b.example", "/", kSec), 301));
     Apply(failed, 2, Rsp(404, 2 * kSec));  // clears the success the redirect gave
     Apply(failed, 2, Rsp(200, 3 * kSec));
-    EXPECT_EQ(failed->usPageFlag & PAGE_FLAG_SUCCESS, 0);
-    EXPECT_EQ(failed->usMainCauseCode, 404u);
+    EXPECT_EQ(Fields(failed->usPageFlag & PAGE_FLAG_SUCCESS, failed->usMainCauseCode), Fields(0, 404));
 }
 
 TEST_F(PageStoreTest, CountersAndPostFlag)
@@ -132,12 +126,9 @@ TEST_F(PageStoreTest, CountersAndPostFlag)
     get.finRst = 1;  // counts as answered too
     page->ucTimeOutNum = 3;
     Apply(page, 1, get);
-    EXPECT_EQ(page->usPageFlag & PAGE_FLAG_ALL_POST, 0);
-    EXPECT_EQ(page->ucTimeOutNum, 0u);
-    const uint16_t got[] = {page->usReqNum,  page->usRspNum,     page->usRspSuccNum, page->usPostNum,
-                            page->usPostSuccNum, page->usGetNum, page->usGetSuccNum};
-    const uint16_t want[] = {3, 3, 1, 2, 2, 1, 0};
-    EXPECT_TRUE(std::equal(std::begin(got), std::end(got), std::begin(want)));
+    EXPECT_EQ(Fields(page->usPageFlag & PAGE_FLAG_ALL_POST, page->ucTimeOutNum, page->usReqNum, page->usRspNum,
+                     page->usRspSuccNum, page->usPostNum, page->usPostSuccNum, page->usGetNum, page->usGetSuccNum),
+              Fields(0, 0, 3, 3, 1, 2, 2, 1, 0));
 }
 
 TEST_F(PageStoreTest, FirstRequestIdentityAndDns)

@@ -99,7 +99,8 @@ TEST_F(UcidTest, OtherMethodsAndStrayResponsesOpenSinglePages)
     Flow(2).ucIsUcid = 1;  // a UCID flow not yet tied to any page
     const STPageNode *rsp = FindPage(0, Send(2, Rsp(200, kT0 + 60 * kSec)));
     ASSERT_TRUE(page != nullptr && rsp != nullptr);
-    EXPECT_EQ(Fields(page->uiPageType, rsp->ucIsUcidPage, rsp->uiPageType, UcidPages(), Ctx(0)->stPageNodeList.uiNodeNum),
+    EXPECT_EQ(Fields(page->uiPageType, rsp->ucIsUcidPage, rsp->uiPageType, UcidPages(),
+                     Ctx(0)->stPageNodeList.uiNodeNum),
               Fields(PAGE_TYPE_SINGLE, 1, PAGE_TYPE_SINGLE, 2, 0));
 }
 

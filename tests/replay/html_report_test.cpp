@@ -18,45 +18,39 @@ namespace {
 // Two visits a minute apart. The first: http redirected to https, the page,
 // a script, a black-listed counter and a missing image; the second: a page
 // and its style sheet.
-constexpr const char *kTwoVisits = R"({"log":{"version":"1.2",
+// One entry at 10:0m:ss.fff; the response's headers and the request's Referer optional.
+std::string Entry(const char *page, const char *at, const char *url, int status, const char *mime, int size,
+                  const char *timings, const char *referer = nullptr, const char *headers = "")
+{
+    const std::string refererHeader = referer ? std::string(R"({"name":"Referer","value":")") + referer + "\"}" : "";
+    return std::string(R"({"pageref":")") + page + R"(","startedDateTime":"2024-05-01T10:)" + at +
+           R"(Z","request":{"method":"GET","url":")" + url + R"(","headers":[)" + refererHeader +
+           R"(]},"response":{"status":)" + std::to_string(status) + R"(,"headers":[)" + headers +
+           R"(],"content":{"size":)" + std::to_string(size) + R"(,"mimeType":")" + mime + R"("}},"timings":{)" +
+           timings + "}}";
+}
+
+const std::string kTwoVisits = R"({"log":{"version":"1.2",
  "pages":[{"id":"visit_a","title":"A home","startedDateTime":"2024-05-01T10:00:00.000Z",
            "pageTimings":{"onContentLoad":300,"onLoad":420}},
           {"id":"visit_b","title":"B home","startedDateTime":"2024-05-01T10:01:00.000Z",
            "pageTimings":{"onLoad":200}}],
- "entries":[
- {"pageref":"visit_a","startedDateTime":"2024-05-01T10:00:00.000Z",
-  "request":{"method":"GET","url":"http://a.example/","headers":[]},
-  "response":{"status":301,"headers":[{"name":"Location","value":"https://a.example/home"}],
-              "content":{"size":0,"mimeType":"text/html"}},
-  "timings":{"blocked":1,"dns":20,"connect":30,"send":1,"wait":40,"receive":2}},
- {"pageref":"visit_a","startedDateTime":"2024-05-01T10:00:00.100Z",
-  "request":{"method":"GET","url":"https://a.example/home","headers":[]},
-  "response":{"status":200,"headers":[],"content":{"size":20000,"mimeType":"text/html"}},
-  "timings":{"blocked":0,"dns":0,"connect":30,"ssl":20,"send":1,"wait":80,"receive":30}},
- {"pageref":"visit_a","startedDateTime":"2024-05-01T10:00:00.260Z",
-  "request":{"method":"GET","url":"https://a.example/app.js",
-             "headers":[{"name":"Referer","value":"https://a.example/home"}]},
-  "response":{"status":200,"headers":[],"content":{"size":5000,"mimeType":"application/javascript"}},
-  "timings":{"send":1,"wait":30,"receive":10}},
- {"pageref":"visit_a","startedDateTime":"2024-05-01T10:00:00.280Z",
-  "request":{"method":"GET","url":"https://metrics.statistic.example/c?p=home",
-             "headers":[{"name":"Referer","value":"https://a.example/home"}]},
-  "response":{"status":204,"headers":[],"content":{"size":0,"mimeType":"text/plain"}},
-  "timings":{"dns":15,"connect":20,"send":1,"wait":20,"receive":1}},
- {"pageref":"visit_a","startedDateTime":"2024-05-01T10:00:00.300Z",
-  "request":{"method":"GET","url":"https://a.example/missing.png",
-             "headers":[{"name":"Referer","value":"https://a.example/home"}]},
-  "response":{"status":404,"headers":[],"content":{"size":100,"mimeType":"text/html"}},
-  "timings":{"send":1,"wait":25,"receive":1}},
- {"pageref":"visit_b","startedDateTime":"2024-05-01T10:01:00.000Z",
-  "request":{"method":"GET","url":"https://b.example/","headers":[]},
-  "response":{"status":200,"headers":[],"content":{"size":9000,"mimeType":"text/html"}},
-  "timings":{"dns":12,"connect":25,"ssl":25,"send":1,"wait":60,"receive":15}},
- {"pageref":"visit_b","startedDateTime":"2024-05-01T10:01:00.150Z",
-  "request":{"method":"GET","url":"https://b.example/style.css",
-             "headers":[{"name":"Referer","value":"https://b.example/"}]},
-  "response":{"status":200,"headers":[],"content":{"size":3000,"mimeType":"text/css"}},
-  "timings":{"send":1,"wait":20,"receive":5}}]}})";
+ "entries":[)" +
+    Entry("visit_a", "00:00.000", "http://a.example/", 301, "text/html", 0,
+          R"("blocked":1,"dns":20,"connect":30,"send":1,"wait":40,"receive":2)", nullptr,
+          R"({"name":"Location","value":"https://a.example/home"})") + "," +
+    Entry("visit_a", "00:00.100", "https://a.example/home", 200, "text/html", 20000,
+          R"("blocked":0,"dns":0,"connect":30,"ssl":20,"send":1,"wait":80,"receive":30)") + "," +
+    Entry("visit_a", "00:00.260", "https://a.example/app.js", 200, "application/javascript", 5000,
+          R"("send":1,"wait":30,"receive":10)", "https://a.example/home") + "," +
+    Entry("visit_a", "00:00.280", "https://metrics.statistic.example/c?p=home", 204, "text/plain", 0,
+          R"("dns":15,"connect":20,"send":1,"wait":20,"receive":1)", "https://a.example/home") + "," +
+    Entry("visit_a", "00:00.300", "https://a.example/missing.png", 404, "text/html", 100,
+          R"("send":1,"wait":25,"receive":1)", "https://a.example/home") + "," +
+    Entry("visit_b", "01:00.000", "https://b.example/", 200, "text/html", 9000,
+          R"("dns":12,"connect":25,"ssl":25,"send":1,"wait":60,"receive":15)") + "," +
+    Entry("visit_b", "01:00.150", "https://b.example/style.css", 200, "text/css", 3000,
+          R"("send":1,"wait":20,"receive":5)", "https://b.example/") + "]}}";
 
 // The waterfall row (its opening tag up to the row's end) whose label shows text.
 std::string RowWith(const std::string &doc, const std::string &text)
