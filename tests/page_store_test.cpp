@@ -90,8 +90,7 @@ TEST_F(PageStoreTest, CreationFlagsFollowMethodContentAndFirstCause)
         ev.contentType = r.type;
         STPageNode *page = Create(1, ev, PAGE_TYPE_ASSOCIATE, r.allRuleFail);
         ASSERT_NE(page, nullptr);
-        EXPECT_EQ(page->usPageFlag, r.flags) << r.code << " " << r.method << " " << r.type;
-        EXPECT_EQ(page->uiPageType, r.pageType) << r.method;
+        EXPECT_EQ(Fields(page->usPageFlag, page->uiPageType), Fields(r.flags, r.pageType)) << r.code << r.type;
     }
     Event toHttps = Coded(Req("a.example", "/", kSec), 302);
     toHttps.location = "https://b.example/";

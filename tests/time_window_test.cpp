@@ -113,14 +113,16 @@ TEST_F(TimeWindowTest, SingleRuleWindowsAreTheCentralTestOfTheirType)
         auto central = [&](uint32_t type, uint16_t page, uint16_t ev) {
             return CompareMsgTime(0, b, e, x, y, type, 2, page, ev);
         };
-        ASSERT_EQ(CompareMsgTimeUrlWithMainReqLocation(b, e, x, y, 2), central(0, 0, 0)) << i;
-        ASSERT_EQ(CompareMsgTimeRefererWithMainReqUrl(b, e, x, y, 2), central(1, 0, 0)) << i;
-        ASSERT_EQ(CompareMsgTimeRefererWithSubReqUrl(b, e, x, y, 2), central(4, 0, 0)) << i;
-        ASSERT_EQ(CompareMsgTimeRefererWithReferer(b, e, x, y, 2), central(6, 0, 0)) << i;
-        ASSERT_EQ(CompareMsgTimeHostWithMainReqHost(b, e, x, y, 2, c), central(2, c, 0)) << i;
-        ASSERT_EQ(CompareMsgTimeHostWithSubReqHost(b, e, x, y, 2, c), central(5, c, 0)) << i;
-        ASSERT_EQ(CompareMsgTimeTransWithPage(b, e, x, y, 2, c), central(8, 0, c)) << i;
-        ASSERT_EQ(CompareMsgTimeAppCorrelation(b, e, x, y, 2, c), central(9, 0, c)) << i;
+        ASSERT_EQ(Fields(CompareMsgTimeUrlWithMainReqLocation(b, e, x, y, 2),
+                         CompareMsgTimeRefererWithMainReqUrl(b, e, x, y, 2),
+                         CompareMsgTimeRefererWithSubReqUrl(b, e, x, y, 2),
+                         CompareMsgTimeRefererWithReferer(b, e, x, y, 2),
+                         CompareMsgTimeHostWithMainReqHost(b, e, x, y, 2, c),
+                         CompareMsgTimeHostWithSubReqHost(b, e, x, y, 2, c),
+                         CompareMsgTimeTransWithPage(b, e, x, y, 2, c), CompareMsgTimeAppCorrelation(b, e, x, y, 2, c)),
+                  Fields(central(0, 0, 0), central(1, 0, 0), central(4, 0, 0), central(6, 0, 0), central(2, c, 0),
+                         central(5, c, 0), central(8, 0, c), central(9, 0, c)))
+            << i;
     }
 }
 
