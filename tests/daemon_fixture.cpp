@@ -30,7 +30,6 @@ STWebPageEvent Event::Build() const
     ev.usEventID = id;
     ev.ucReqMethod = (id == WEBPAGE_EVENT_REQUEST) ? method : 0;
     ev.usRspCode = code;
-    ev.enNetworkType = network;
     text(host, ev.pucHost, ev.usHostLen);
     text(uri, ev.pucURL, ev.usURLLen);
     text(referHost, ev.pucReferHost, ev.usReferHostLen);
@@ -87,8 +86,7 @@ uint32_t CollectPageEnd(STPageKQI *pstKQI)
 uint32_t AnswerDns(STDNSQueryInfo *pstQuery, STDNSQueryResult *pstResult)
 {
     Sinks().dnsQueries.push_back(*pstQuery);
-    Sinks().dnsHosts.emplace_back(pstQuery->pcHost, pstQuery->usHostLen);
-    auto it = Sinks().dns.find(Sinks().dnsHosts.back());
+    auto it = Sinks().dns.find(std::string(pstQuery->pcHost, pstQuery->usHostLen));
     if (it != Sinks().dns.end()) {
         *pstResult = it->second;
     }

@@ -27,7 +27,6 @@ struct Event {
     uint32_t code = 0;
     std::string host, uri, referHost, referPath, location, contentType;
     uint64_t begin = 0, end = 0, syn = 0;
-    uint32_t network = 0;
     uint8_t finRst = 0;
     uint16_t clientPort = 40000, serverPort = 80;
     uint32_t clientIp = 0x0A000001, serverIp = 0x5DB8D822;
@@ -46,7 +45,6 @@ struct DaemonSinks {
     std::vector<STPageKQI> pages;
     std::map<std::string, STDNSQueryResult> dns;  // host -> answer
     std::vector<STDNSQueryInfo> dnsQueries;
-    std::vector<std::string> dnsHosts;
     uint64_t nextTimerHandle = 100;
     std::vector<uint32_t> timerStarts;  // thread arguments of start calls
     std::vector<uint64_t> timerStops;   // handles stopped

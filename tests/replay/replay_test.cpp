@@ -51,11 +51,12 @@ TEST(Replay, TimerRunsOnTheTracesFiveSecondBoundaries)
         const SessionResult r = Replay(trace, options);
         ASSERT_EQ(r.pages.size(), 1u);
         const PageResult p = r.pages.All()[0];
-        EXPECT_TRUE(p.reported);
-        EXPECT_FALSE(p.released) << "closed by the timer, not the release";
+        EXPECT_TRUE(p.reported && !p.released) << "closed by the timer, not the release";
         EXPECT_EQ(p.closedAt, row.closedAtSec * kNsPerSec) << "timeout " << row.timeout;
         EXPECT_EQ(r.clockEnd, row.closedAtSec * kNsPerSec);
+        EXPECT_EQ(p.id, 1u) << "sessions are independent: page IDs start again";
     }
+    EXPECT_EQ(g_pstWebPage[0], nullptr) << "the context is gone";
 }
 
 TEST(Replay, PageResultCarriesDnsAndDelay)
@@ -69,15 +70,6 @@ TEST(Replay, PageResultCarriesDnsAndDelay)
     EXPECT_EQ(Fields(p.id, p.kind, p.requests, p.responses, p.kqi.uiDnsDelay, p.kqi.ullPageDelay, p.kqi.usCauseCode,
                      p.kqi.ucSuccFlag, p.kqi.ucPageFlag, r.libraryErrors),
               Fields(1, PageKind::kAssociate, 1, 1, 40, 3200 * kNsPerMs, 200, 1, 0, 0));
-}
-
-TEST(Replay, SessionsAreIndependent)
-{
-    const Trace trace = ReadJsonl("one", OnePage());
-    const SessionResult first = Replay(trace, {}), second = Replay(trace, {});
-    ASSERT_EQ(second.pages.size(), 1u);
-    EXPECT_EQ(second.pages.All()[0].id, first.pages.All()[0].id);  // page IDs start again
-    EXPECT_EQ(g_pstWebPage[0], nullptr);                          // the context is gone
 }
 
 TEST(Replay, BundledSampleSession)
