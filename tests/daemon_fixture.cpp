@@ -160,6 +160,15 @@ uint64_t DaemonTest::Send(int flow, const Event &ev)
     return id;
 }
 
+STEventInfo DaemonTest::Intake(uint32_t thread, int flow, const Event &ev)
+{
+    STEventInfo info;
+    InitPageProcessInfo(static_cast<uint8_t>(thread), &Flow(flow), &info);
+    const STWebPageEvent raw = ev.Build();
+    EXPECT_EQ(ev.id == WEBPAGE_EVENT_REQUEST ? GetReqEventInfo(&raw, &info) : GetRspEventInfo(&raw, &info), 0u);
+    return info;
+}
+
 void DaemonTest::RunTimer(uint32_t thread, int runs)
 {
     while (runs-- > 0) {

@@ -76,6 +76,8 @@ protected:
     STFlowInfo &Flow(int n);  // a zeroed flow area per flow number
     uint32_t Send(uint32_t thread, int flow, const Event &ev, uint64_t *pageID);
     uint64_t Send(int flow, const Event &ev);  // thread 0; expects return 0 or 4
+    // The working record the event path makes of the event (expects success).
+    STEventInfo Intake(uint32_t thread, int flow, const Event &ev);
     void RunTimer(uint32_t thread, int runs = 1);
     // Runs the timer until the thread has no page left (at most 300 runs).
     void DrainPages(uint32_t thread);

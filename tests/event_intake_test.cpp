@@ -78,16 +78,7 @@ protected:
         DaemonTest::SetUp();
         InitThreads({0}, 0, LOG_LEVEL_TRACE);
     }
-    STEventInfo Read(const Event &ev)
-    {
-        STEventInfo info;
-        InitPageProcessInfo(0, &Flow(1), &info);
-        STWebPageEvent raw = ev.Build();
-        const uint32_t rc =
-            ev.id == WEBPAGE_EVENT_REQUEST ? GetReqEventInfo(&raw, &info) : GetRspEventInfo(&raw, &info);
-        EXPECT_EQ(rc, 0u);
-        return info;
-    }
+    STEventInfo Read(const Event &ev) { return Intake(0, 1, ev); }
 };
 
 TEST_F(EventIntakeTest, RequestTextsAreJoinedLowerCasedAndHashed)

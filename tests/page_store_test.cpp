@@ -15,24 +15,15 @@ protected:
         DaemonTest::SetUp();
         InitThreads({0, 5});
     }
-    // The working record the event path would hand to the store.
-    STEventInfo Info(uint32_t thread, int flow, const Event &ev)
-    {
-        STEventInfo info;
-        InitPageProcessInfo(static_cast<uint8_t>(thread), &Flow(flow), &info);
-        STWebPageEvent raw = ev.Build();
-        EXPECT_EQ(ev.id == WEBPAGE_EVENT_REQUEST ? GetReqEventInfo(&raw, &info) : GetRspEventInfo(&raw, &info), 0u);
-        return info;
-    }
     STPageNode *Create(int flow, const Event &ev, uint32_t type = PAGE_TYPE_ASSOCIATE, uint8_t allRuleFail = 0)
     {
-        STEventInfo info = Info(0, flow, ev);
+        STEventInfo info = Intake(0, flow, ev);
         const uint64_t id = InsertPageNode(&info, type, allRuleFail);
         return id == 0 ? nullptr : FindPage(0, id);
     }
     void Apply(STPageNode *page, int flow, const Event &ev, uint32_t type = PAGE_TYPE_ASSOCIATE)
     {
-        STEventInfo info = Info(0, flow, ev);
+        STEventInfo info = Intake(0, flow, ev);
         ASSERT_EQ(UpdatePageNode(page, &info, type), 0u);
     }
     static Event Coded(Event ev, uint32_t code, uint32_t method = WEBPAGE_METHOD_GET)
@@ -45,7 +36,7 @@ protected:
 
 TEST_F(PageStoreTest, PageIdsCarryTheThreadInTheTopBits)
 {
-    STEventInfo info = Info(5, 2, Req("b.example", "/", kSec));
+    STEventInfo info = Intake(5, 2, Req("b.example", "/", kSec));
     EXPECT_EQ(InsertPageNode(&info, PAGE_TYPE_ASSOCIATE, 0), 0x5000000000000001ull);
     g_aulPageID[5] = 0x0FFFFFFFFFFFFFFFull;  // the counter's carry never reaches the thread bits
     EXPECT_EQ(InsertPageNode(&info, PAGE_TYPE_ASSOCIATE, 0), 0x5000000000000000ull);
@@ -151,7 +142,7 @@ TEST_F(PageStoreTest, FlowIsTiedByTypeAndLookedUpByIt)
     Apply(assoc, 1, Rsp(200, 2 * kSec), PAGE_TYPE_ASSOCIATE);
     EXPECT_EQ(Flow(1).uiPageType, static_cast<uint32_t>(PAGE_TYPE_ASSOCIATE));
     EXPECT_EQ(Flow(1).ullSinglePageID, single->uiPageID);
-    STEventInfo info = Info(0, 1, Rsp(200, 3 * kSec));
+    STEventInfo info = Intake(0, 1, Rsp(200, 3 * kSec));
     EXPECT_EQ(GetPageNodeByFlowInfo(&info, PAGE_LIST_ORDINARY), assoc);
     EXPECT_EQ(GetSinglePageNodeByFlowInfo(&info, PAGE_LIST_UCID), single);  // a live cached pointer wins
     info.pstFlowInfo = nullptr;
@@ -166,12 +157,12 @@ TEST_F(PageStoreTest, StaleCachedPointersAreNotFollowed)
     STPageNode *gone = Create(1, Req("a.example", "/", kSec), PAGE_TYPE_SINGLE);
     STPageNode *kept = Create(3, Req("c.example", "/", kSec), PAGE_TYPE_SINGLE);
     Flow(3).pstSinglePage = gone;
-    STEventInfo onFlow3 = Info(0, 3, Rsp(200, 2 * kSec));
+    STEventInfo onFlow3 = Intake(0, 3, Rsp(200, 2 * kSec));
     EXPECT_EQ(GetSinglePageNodeByFlowInfo(&onFlow3, PAGE_LIST_ORDINARY), kept);
 
     const uint64_t goneID = gone->uiPageID;
     API_ReleaseWebPageNode(0, 0);
-    STEventInfo onFlow1 = Info(0, 1, Rsp(200, 2 * kSec));
+    STEventInfo onFlow1 = Intake(0, 1, Rsp(200, 2 * kSec));
     EXPECT_EQ(GetSinglePageNodeByFlowInfo(&onFlow1, PAGE_LIST_ORDINARY), gone);  // closed, node free
     for (int i = 0; i < 30 && gone->uiPageID == goneID; ++i) {
         ASSERT_NE(Create(2, Req("b.example", "/", kSec), PAGE_TYPE_SINGLE), nullptr);
