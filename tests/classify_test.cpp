@@ -18,14 +18,7 @@ struct Text {
     }
 };
 
-class ClassifyTest : public DaemonTest {
-protected:
-    void SetUp() override
-    {
-        DaemonTest::SetUp();
-        InitThreads({0});
-    }
-};
+using ClassifyTest = OneThreadTest;
 
 TEST_F(ClassifyTest, WebTypeIsAPrefixEitherWayOrARedirect)
 {

@@ -92,6 +92,16 @@ private:
     std::map<int, STFlowInfo> flows_;
 };
 
+// A daemon test with thread 0's context made.
+class OneThreadTest : public DaemonTest {
+protected:
+    void SetUp() override
+    {
+        DaemonTest::SetUp();
+        InitThreads({0});
+    }
+};
+
 }  // namespace orvane_test
 
 #endif

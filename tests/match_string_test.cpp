@@ -22,12 +22,11 @@ std::vector<STMatchStrNode> Strings(const STTranManage &list)
     return out;
 }
 
-class MatchStringTest : public DaemonTest {
+class MatchStringTest : public OneThreadTest {
 protected:
     void SetUp() override
     {
-        DaemonTest::SetUp();
-        InitThreads({0});
+        OneThreadTest::SetUp();
         Event open = Req("www.example", "index.html", kT0);
         open.code = 200;
         open.contentType = "text/html";

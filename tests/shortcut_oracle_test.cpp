@@ -119,14 +119,7 @@ TEST(ShortcutOracle, UrlKeyIsTheHashOfTheAssembledUrl)
     }
 }
 
-class PreparedWindowTest : public DaemonTest {
-protected:
-    void SetUp() override
-    {
-        DaemonTest::SetUp();
-        InitThreads({0});
-    }
-};
+using PreparedWindowTest = OneThreadTest;
 
 TEST_F(PreparedWindowTest, AgreesWithCompareMsgTimeOverAGrid)
 {

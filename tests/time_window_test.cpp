@@ -20,13 +20,8 @@ struct Row {
     uint64_t E = kSame, F = 0;
 };
 
-class TimeWindowTest : public DaemonTest {
+class TimeWindowTest : public OneThreadTest {
 protected:
-    void SetUp() override
-    {
-        DaemonTest::SetUp();
-        InitThreads({0});
-    }
     static void Check(std::initializer_list<Row> rows)
     {
         for (const Row &r : rows) {

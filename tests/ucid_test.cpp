@@ -24,13 +24,8 @@ TEST(UcidMark, FoundInAnyCaseWithinTheTerminatedText)
     EXPECT_EQ(IsUrlContainsUcid(nullptr, 7, 7), 0u);
 }
 
-class UcidTest : public DaemonTest {
+class UcidTest : public OneThreadTest {
 protected:
-    void SetUp() override
-    {
-        DaemonTest::SetUp();
-        InitThreads({0});
-    }
     static Event UcidReq(uint64_t at, const char *uri = "/?ucid=42")
     {
         Event e = Req("u.example.com", uri, at);
