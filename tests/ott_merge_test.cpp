@@ -95,19 +95,14 @@ TEST_F(OttTest, SpeedSumsEachDirectionAndEmptiesTheSession)
 uint64_t UnionLength(std::vector<std::pair<uint64_t, uint64_t>> ivs)
 {
     std::sort(ivs.begin(), ivs.end());
-    uint64_t total = 0, curB = 0, curE = 0;
-    bool open = false;
-    for (const auto &iv : ivs) {
-        if (open && iv.first <= curE) {
-            curE = std::max(curE, iv.second);
-            continue;
+    uint64_t total = 0, covered = 0;  // covered: the furthest end so far
+    for (const auto &[begin, end] : ivs) {
+        if (end > covered) {
+            total += end - std::max(begin, covered);
+            covered = end;
         }
-        total += open ? curE - curB : 0;
-        curB = iv.first;
-        curE = iv.second;
-        open = true;
     }
-    return total + (open ? curE - curB : 0);
+    return total;
 }
 
 struct Oracle {

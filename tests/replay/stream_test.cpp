@@ -90,12 +90,9 @@ TEST(Stream, ReorderWindow)
         EXPECT_EQ(r.result.late, row.late) << row.name;
         EXPECT_EQ(r.result.events, row.ms.size()) << row.name << ": no line is dropped";
     }
-}
-
-TEST(Stream, WindowHoldsABoundedNumberOfLines)
-{
-    // With every line at one instant only the count bound lets lines go;
-    // the line after them is older than one already fed.
+    // The window holds a bounded number of lines: with every line at one
+    // instant only the count lets lines go; the line after them is older
+    // than one already fed.
     std::string text;
     for (size_t i = 0; i <= kReorderMaxLines; ++i) {
         text += Req(1000);
