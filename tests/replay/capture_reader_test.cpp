@@ -208,19 +208,12 @@ TEST(CaptureReader, DnsLookupsAreTimedFromQueryToAnswer)
 // A ClientHello with a server name, as the first client bytes.
 std::string ClientHello(const std::string &name)
 {
-    std::string ext;
-    const size_t n = name.size();
-    ext += {0, 0, 0, static_cast<char>(n + 5), 0, static_cast<char>(n + 3), 0, 0, static_cast<char>(n)};
-    ext += name;
-    std::string body = {3, 3};
-    body += std::string(32, 'r');
-    body += {0, 0, 2, 0x13, 0x01, 1, 0};
-    body += {0, static_cast<char>(ext.size())};
-    body += ext;
-    std::string hs = {1, 0, 0, static_cast<char>(body.size())};
-    hs += body;
-    std::string record = {0x16, 3, 1, 0, static_cast<char>(hs.size())};
-    return record + hs;
+    const char n = static_cast<char>(name.size());
+    const std::string ext = std::string{0, 0, 0, static_cast<char>(n + 5), 0, static_cast<char>(n + 3), 0, 0, n} + name;
+    const std::string body = std::string{3, 3} + std::string(32, 'r') +
+                             std::string{0, 0, 2, 0x13, 0x01, 1, 0, 0, static_cast<char>(ext.size())} + ext;
+    const std::string hs = std::string{1, 0, 0, static_cast<char>(body.size())} + body;
+    return std::string{0x16, 3, 1, 0, static_cast<char>(hs.size())} + hs;
 }
 
 TEST(CaptureReader, TlsAndOtherProtocolsAreCountedNotFed)
