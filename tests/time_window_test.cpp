@@ -126,14 +126,10 @@ class AllPageTimeMatchTest : public TimeWindowTest {
 protected:
     STEventInfo Request(int flow, uint64_t begin, const char *contentType, uint16_t cause = 0)
     {
-        STEventInfo e{};
-        e.pstFlowInfo = &Flow(flow);
-        e.uiReqMethod = WEBPAGE_METHOD_GET;
-        e.usCauseCode = cause;
-        e.ullReqBeginTime = begin;
-        e.ullReqEndTime = e.ullMsgEndTime = begin + kMs;
-        e.usContentTypeLen = static_cast<uint16_t>(std::strlen(std::strcpy(e.acContentType, contentType)));
-        return e;
+        Event e = Req("", "", begin);
+        e.contentType = contentType;
+        e.code = cause;
+        return Intake(0, flow, e);
     }
     // A successful associate page, of web type when its content type is one.
     STPageNode *OpenPage(int flow, uint64_t begin, const char *contentType = "text/html")
