@@ -69,8 +69,7 @@ TEST_F(UcidTest, OrdinaryRulesNeverPlaceAUcidRequest)
     // Same host, just after: the host rule would take it, were it ordinary.
     const uint64_t id = Send(2, UcidReq(kT0 + 100 * kMs));
     EXPECT_NE(id, plain);
-    EXPECT_EQ(FindPage(0, id)->ucIsUcidPage, 1u);
-    EXPECT_EQ(FindPage(0, plain)->usReqNum, 1u);
+    EXPECT_EQ(Fields(FindPage(0, id)->ucIsUcidPage, FindPage(0, plain)->usReqNum), Fields(1, 1));
 }
 
 TEST_F(UcidTest, TimeMatchNeedsASuccessfulPageThatBeganFirst)

@@ -119,13 +119,10 @@ TEST(HarReader, CacheHitsAndNonHttpAreCountedNotReplayed)
     json cutShort = Entry("http://a.example/aborted");
     cutShort["response"]["status"] = -2;  // a recorder's "no answer"
     const Trace t = Read(json::array({cached, dataUrl, failed, cutShort}));
-    EXPECT_EQ(t.cacheHits, 1u);
-    EXPECT_EQ(t.notHttp, 1u);
-    EXPECT_TRUE(t.skipped.empty());
+    EXPECT_EQ(Fields(t.cacheHits, t.notHttp, t.skipped.size()), Fields(1, 1, 0));
     ASSERT_EQ(t.events.size(), 2u);  // unanswered requests have no response event
     for (const TraceEvent &ev : t.events) {
-        EXPECT_EQ(ev.kind, EventKind::kRequest);
-        EXPECT_EQ(ev.status, 0u);
+        EXPECT_EQ(Fields(ev.kind, ev.status), Fields(EventKind::kRequest, 0));
     }
 
     ReadOptions withCache;
