@@ -86,12 +86,11 @@ TEST(Equivalence, TextsAreTerminatedAtTheirLengths)
     Record rec("h.example", "h.example/x", "h.example/xJUNK", 80);
     rec.info.usRefererLen = 11;
     char location[LOCATION_MAX_LEN + 1] = "h.example/xJUNK";
-    EXPECT_EQ(IsUrlSameAsLocation(&rec.info, location, 11), 1);
-    EXPECT_EQ(location[11], '\0');
     char url[URL_MAX_LEN + 1] = "h.example/xJUNK";
-    EXPECT_EQ(IsRefererSameAsUrl(&rec.info, url, 11, "h.example", 9), 1);
-    EXPECT_EQ(url[11], '\0');
-    EXPECT_EQ(rec.referer[11], '\0');
+    EXPECT_EQ(Fields(IsUrlSameAsLocation(&rec.info, location, 11),
+                     IsRefererSameAsUrl(&rec.info, url, 11, "h.example", 9)),
+              Fields(1, 1));
+    EXPECT_EQ(Fields(location[11], url[11], rec.referer[11]), Fields(0, 0, 0));
 }
 
 TEST(Equivalence, PortSpellingIsBounded)
