@@ -18,14 +18,7 @@ struct Text {
     }
 };
 
-class ClassifyTest : public DaemonTest {
-protected:
-    void SetUp() override
-    {
-        DaemonTest::SetUp();
-        InitThreads({0});
-    }
-};
+using ClassifyTest = OneThreadTest;
 
 TEST_F(ClassifyTest, WebTypeIsAPrefixEitherWayOrARedirect)
 {
@@ -82,11 +75,7 @@ TEST_F(ClassifyTest, HostAndInputKeywordsMatchAnywhereInAnyCase)
 TEST_F(ClassifyTest, EachFlowKeepsOneSinglePageForItsHeartbeats)
 {
     auto heartbeat = [this](int flow, const char *host, uint64_t begin) {
-        const Event ev = Req(host, "/poll", begin);  // owns the texts the raw event points to
-        STWebPageEvent raw = ev.Build();
-        STEventInfo info;
-        InitPageProcessInfo(0, &Flow(flow), &info);
-        GetReqEventInfo(&raw, &info);
+        STEventInfo info = Intake(0, flow, Req(host, "/poll", begin));
         return ProcessHeartBeat(&info);
     };
     const uint64_t page = heartbeat(1, "LongPoll.Social.Example", 1 * kSec);

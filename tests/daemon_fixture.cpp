@@ -2,6 +2,7 @@
 
 #include "webpage_check.hpp"
 
+#include <algorithm>
 #include <cstring>
 
 namespace orvane_test {
@@ -15,8 +16,11 @@ const unsigned char *Bytes(const std::string &s)
 
 STWebPageEvent Event::Build() const
 {
-    STWebPageEvent ev;
-    std::memset(&ev, 0, sizeof(ev));
+    STWebPageEvent ev{};
+    auto text = [](const std::string &s, const unsigned char *&p, uint16_t &n) {
+        p = Bytes(s);
+        n = static_cast<uint16_t>(s.size());
+    };
     ev.ucProtol = 6;
     ev.ucFinRst = finRst;
     ev.usClientPort = clientPort;
@@ -26,19 +30,12 @@ STWebPageEvent Event::Build() const
     ev.usEventID = id;
     ev.ucReqMethod = (id == WEBPAGE_EVENT_REQUEST) ? method : 0;
     ev.usRspCode = code;
-    ev.enNetworkType = network;
-    ev.pucHost = Bytes(host);
-    ev.usHostLen = static_cast<uint16_t>(host.size());
-    ev.pucURL = Bytes(uri);
-    ev.usURLLen = static_cast<uint16_t>(uri.size());
-    ev.pucReferHost = Bytes(referHost);
-    ev.usReferHostLen = static_cast<uint16_t>(referHost.size());
-    ev.pucReferURL = Bytes(referPath);
-    ev.usReferURLLen = static_cast<uint16_t>(referPath.size());
-    ev.pucLocation = Bytes(location);
-    ev.usLocationLen = static_cast<uint16_t>(location.size());
-    ev.pucContentType = Bytes(contentType);
-    ev.usContentTypeLen = static_cast<uint16_t>(contentType.size());
+    text(host, ev.pucHost, ev.usHostLen);
+    text(uri, ev.pucURL, ev.usURLLen);
+    text(referHost, ev.pucReferHost, ev.usReferHostLen);
+    text(referPath, ev.pucReferURL, ev.usReferURLLen);
+    text(location, ev.pucLocation, ev.usLocationLen);
+    text(contentType, ev.pucContentType, ev.usContentTypeLen);
     ev.ullMsgBeginTime = begin;
     ev.ullMsgEndTime = end != 0 ? end : begin;
     ev.ullFirTime = syn;
@@ -48,7 +45,6 @@ STWebPageEvent Event::Build() const
 Event Req(std::string host, std::string uri, uint64_t begin, uint64_t end)
 {
     Event e;
-    e.id = WEBPAGE_EVENT_REQUEST;
     e.host = std::move(host);
     e.uri = std::move(uri);
     e.begin = begin;
@@ -90,8 +86,7 @@ uint32_t CollectPageEnd(STPageKQI *pstKQI)
 uint32_t AnswerDns(STDNSQueryInfo *pstQuery, STDNSQueryResult *pstResult)
 {
     Sinks().dnsQueries.push_back(*pstQuery);
-    Sinks().dnsHosts.emplace_back(pstQuery->pcHost, pstQuery->usHostLen);
-    auto it = Sinks().dns.find(Sinks().dnsHosts.back());
+    auto it = Sinks().dns.find(std::string(pstQuery->pcHost, pstQuery->usHostLen));
     if (it != Sinks().dns.end()) {
         *pstResult = it->second;
     }
@@ -153,7 +148,7 @@ STFlowInfo &DaemonTest::Flow(int n)
 
 uint32_t DaemonTest::Send(uint32_t thread, int flow, const Event &ev, uint64_t *pageID)
 {
-    STWebPageEvent raw = ev.Build();
+    const STWebPageEvent raw = ev.Build();
     return API_AssociateWebPage(thread, &Flow(flow), &raw, pageID);
 }
 
@@ -165,9 +160,18 @@ uint64_t DaemonTest::Send(int flow, const Event &ev)
     return id;
 }
 
+STEventInfo DaemonTest::Intake(uint32_t thread, int flow, const Event &ev)
+{
+    STEventInfo info;
+    InitPageProcessInfo(static_cast<uint8_t>(thread), &Flow(flow), &info);
+    const STWebPageEvent raw = ev.Build();
+    EXPECT_EQ(ev.id == WEBPAGE_EVENT_REQUEST ? GetReqEventInfo(&raw, &info) : GetRspEventInfo(&raw, &info), 0u);
+    return info;
+}
+
 void DaemonTest::RunTimer(uint32_t thread, int runs)
 {
-    for (int i = 0; i < runs; ++i) {
+    while (runs-- > 0) {
         WebPageTimeOut(thread);
     }
 }
@@ -202,12 +206,8 @@ STPageNode *DaemonTest::FindPage(uint32_t thread, uint64_t pageID) const
 
 bool DaemonTest::LogContains(const std::string &text) const
 {
-    for (const CapturedLog &l : Sinks().logs) {
-        if (l.line.find(text) != std::string::npos) {
-            return true;
-        }
-    }
-    return false;
+    return std::any_of(Sinks().logs.begin(), Sinks().logs.end(),
+                       [&](const CapturedLog &l) { return l.line.find(text) != std::string::npos; });
 }
 
 }  // namespace orvane_test

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "test_util.hpp"
 #include "webpage_internal.h"
 
 namespace orvane_test {
@@ -26,7 +27,6 @@ struct Event {
     uint32_t code = 0;
     std::string host, uri, referHost, referPath, location, contentType;
     uint64_t begin = 0, end = 0, syn = 0;
-    uint32_t network = 0;
     uint8_t finRst = 0;
     uint16_t clientPort = 40000, serverPort = 80;
     uint32_t clientIp = 0x0A000001, serverIp = 0x5DB8D822;
@@ -37,10 +37,7 @@ struct Event {
 Event Req(std::string host, std::string uri, uint64_t begin, uint64_t end = 0);
 Event Rsp(uint32_t code, uint64_t begin, uint64_t end = 0, std::string contentType = "text/html");
 
-struct CapturedLog {
-    uint32_t level;
-    std::string line;
-};
+struct CapturedLog { uint32_t level; std::string line; };
 
 // Global callback sinks: the library's callbacks are plain C functions.
 struct DaemonSinks {
@@ -48,7 +45,6 @@ struct DaemonSinks {
     std::vector<STPageKQI> pages;
     std::map<std::string, STDNSQueryResult> dns;  // host -> answer
     std::vector<STDNSQueryInfo> dnsQueries;
-    std::vector<std::string> dnsHosts;
     uint64_t nextTimerHandle = 100;
     std::vector<uint32_t> timerStarts;  // thread arguments of start calls
     std::vector<uint64_t> timerStops;   // handles stopped
@@ -80,6 +76,8 @@ protected:
     STFlowInfo &Flow(int n);  // a zeroed flow area per flow number
     uint32_t Send(uint32_t thread, int flow, const Event &ev, uint64_t *pageID);
     uint64_t Send(int flow, const Event &ev);  // thread 0; expects return 0 or 4
+    // The working record the event path makes of the event (expects success).
+    STEventInfo Intake(uint32_t thread, int flow, const Event &ev);
     void RunTimer(uint32_t thread, int runs = 1);
     // Runs the timer until the thread has no page left (at most 300 runs).
     void DrainPages(uint32_t thread);
@@ -92,6 +90,16 @@ protected:
 
 private:
     std::map<int, STFlowInfo> flows_;
+};
+
+// A daemon test with thread 0's context made.
+class OneThreadTest : public DaemonTest {
+protected:
+    void SetUp() override
+    {
+        DaemonTest::SetUp();
+        InitThreads({0});
+    }
 };
 
 }  // namespace orvane_test

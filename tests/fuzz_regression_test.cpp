@@ -57,14 +57,9 @@ TEST(FuzzRegression, SeedCorpusRunsClean)
 }
 
 // Findings of the page-association fuzzer, as the input bytes it saved.
-struct Finding {
-    const char *what;
-    Bytes input;
-};
-
-const std::vector<Finding> &WebPageFindings()
+TEST(FuzzRegression, WebPageFindingsStayFixed)
 {
-    static const std::vector<Finding> findings = {
+    const std::pair<const char *, Bytes> findings[] = {
         // A request opens page 1 on a flow; timer runs close it; a UCID
         // request on the same flow saved its strings on the closed page,
         // whose node still carried ID 1 behind the flow's cached pointer.
@@ -72,13 +67,8 @@ const std::vector<Finding> &WebPageFindings()
          {0x10, 0x61, 0x01, 0x00, 0x00, 0x04, 0x00, 0x01, 0x00, 0x00, 0x12, 0x70, 0x69, 0x64, 0x3d, 0x34, 0x66,
           0x32, 0x61}},
     };
-    return findings;
-}
-
-TEST(FuzzRegression, WebPageFindingsStayFixed)
-{
-    for (const Finding &f : WebPageFindings()) {
-        EXPECT_EQ(orvane_fuzz::RunWebPageProgram(f.input.data(), f.input.size()), "") << f.what;
+    for (const auto &[what, input] : findings) {
+        EXPECT_EQ(orvane_fuzz::RunWebPageProgram(input.data(), input.size()), "") << what;
     }
 }
 

@@ -62,10 +62,9 @@ TEST_F(LogTest, LineFormatAndThreadNumberReduction)
     SDKLog(272, LOG_LEVEL_TRACE, "x.c", "F", 1, "m");
     ASSERT_EQ(g_lines.size(), 4u);
     EXPECT_EQ(g_lines[0].first, (uint32_t)LOG_LEVEL_INFO);
-    EXPECT_EQ(g_lines[0].second, "[TID=3][INFO][GetReqEventInfo]abc;webpage.c:1170");
-    EXPECT_EQ(g_lines[1].second.rfind("[TID=255][ERROR][F]m;", 0), 0u);
-    EXPECT_EQ(g_lines[2].second.rfind("[TID=0][TRACE]", 0), 0u);
-    EXPECT_EQ(g_lines[3].second.rfind("[TID=16][TRACE]", 0), 0u);
+    EXPECT_EQ((std::vector<std::string>{g_lines[0].second, g_lines[1].second, g_lines[2].second, g_lines[3].second}),
+              (std::vector<std::string>{"[TID=3][INFO][GetReqEventInfo]abc;webpage.c:1170", "[TID=255][ERROR][F]m;x.c:1",
+                                        "[TID=0][TRACE][F]m;x.c:1", "[TID=16][TRACE][F]m;x.c:1"}));
 }
 
 TEST_F(LogTest, MessageAndLineAreCut)

@@ -86,12 +86,11 @@ TEST(Equivalence, TextsAreTerminatedAtTheirLengths)
     Record rec("h.example", "h.example/x", "h.example/xJUNK", 80);
     rec.info.usRefererLen = 11;
     char location[LOCATION_MAX_LEN + 1] = "h.example/xJUNK";
-    EXPECT_EQ(IsUrlSameAsLocation(&rec.info, location, 11), 1);
-    EXPECT_EQ(location[11], '\0');
     char url[URL_MAX_LEN + 1] = "h.example/xJUNK";
-    EXPECT_EQ(IsRefererSameAsUrl(&rec.info, url, 11, "h.example", 9), 1);
-    EXPECT_EQ(url[11], '\0');
-    EXPECT_EQ(rec.referer[11], '\0');
+    EXPECT_EQ(Fields(IsUrlSameAsLocation(&rec.info, location, 11),
+                     IsRefererSameAsUrl(&rec.info, url, 11, "h.example", 9)),
+              Fields(1, 1));
+    EXPECT_EQ(Fields(location[11], url[11], rec.referer[11]), Fields(0, 0, 0));
 }
 
 TEST(Equivalence, PortSpellingIsBounded)
@@ -185,11 +184,10 @@ TEST_F(MainRuleTest, RedirectChainHandsTheLocationOn)
 
     // The followed hop leaves no location behind, but its key still finds the page.
     EXPECT_EQ(Send(3, Follow("home.example", "", "", "text/html", 10 * kSec)), page);
-    EXPECT_EQ(p->usLocationLen, 0u);
-    EXPECT_EQ(p->acLocation[0], '\0');
-    EXPECT_EQ(p->uiLocationKey, homeKey);
-    EXPECT_EQ(p->usMainCauseCode, 200u);
-    EXPECT_EQ(p->stLocationList.uiNodeNum, 0u);  // handed over, never saved as a string
+    // Handed over, never saved as a string.
+    EXPECT_EQ(Fields(p->usLocationLen, p->acLocation[0], p->uiLocationKey, p->usMainCauseCode,
+                     p->stLocationList.uiNodeNum),
+              Fields(0, 0, homeKey, 200, 0));
     EXPECT_EQ(Send(4, Follow("home.example", "", "", "text/html", 20 * kSec)), page);
 }
 

@@ -26,14 +26,11 @@ TEST_F(MatchDriverTest, BlackRequestsGetNoPageAndNeitherDoTheirFlowsResponses)
     for (const Event &black : blacks) {
         SetUp();
         InitThreads({0});
-        uint64_t id = 5;
+        uint64_t id = 5, rspId = 5;
         EXPECT_EQ(Send(0, 1, black, &id), WEBPAGE_OK);
-        EXPECT_EQ(id, 0u);
-        EXPECT_EQ(Flow(1).ucIsBlack, 1u);
-        id = 5;
-        EXPECT_EQ(Send(0, 1, Rsp(200, kT0 + kMs), &id), WEBPAGE_OK);
-        EXPECT_EQ(id, 0u);
-        EXPECT_EQ(OpenPages(0), 0u);
+        EXPECT_EQ(Fields(id, Flow(1).ucIsBlack), Fields(0, 1));
+        EXPECT_EQ(Send(0, 1, Rsp(200, kT0 + kMs), &rspId), WEBPAGE_OK);
+        EXPECT_EQ(Fields(rspId, OpenPages(0)), Fields(0, 0));
         // The flow's next clean request clears the mark.
         EXPECT_NE(Send(1, Req("www.example.com", "/", kT0 + kSec)), 0u);
         EXPECT_EQ(Flow(1).ucIsBlack, 0u);

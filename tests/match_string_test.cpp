@@ -22,12 +22,11 @@ std::vector<STMatchStrNode> Strings(const STTranManage &list)
     return out;
 }
 
-class MatchStringTest : public DaemonTest {
+class MatchStringTest : public OneThreadTest {
 protected:
     void SetUp() override
     {
-        DaemonTest::SetUp();
-        InitThreads({0});
+        OneThreadTest::SetUp();
         Event open = Req("www.example", "index.html", kT0);
         open.code = 200;
         open.contentType = "text/html";
@@ -95,9 +94,9 @@ TEST_F(MatchStringTest, SavedAgainMovesToTheTailWithFreshTimes)
     ASSERT_EQ(saved.size(), 2u);
     EXPECT_STREQ(saved[0].acStr, "b.example/p");
     EXPECT_STREQ(saved[1].acStr, "a.example/p");
-    EXPECT_EQ(saved[1].ullBeginTime, kT0 + 3 * kSec);
-    EXPECT_EQ(saved[1].ullEndTime, kT0 + 3 * kSec + kMs);
-    EXPECT_EQ(saved[1].uiMatchLevel, 1u);  // the level it was first saved with
+    // Fresh times; the level it was first saved with.
+    EXPECT_EQ(Fields(saved[1].ullBeginTime, saved[1].ullEndTime, saved[1].uiMatchLevel),
+              Fields(kT0 + 3 * kSec, kT0 + 3 * kSec + kMs, 1));
 }
 
 TEST_F(MatchStringTest, FullPoolDropsStringsAndReleaseReturnsThem)

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <vector>
 
+#include "test_util.hpp"
 #include "tran_list.h"
 
 namespace {
@@ -27,12 +28,11 @@ uint32_t Exhaust(CMemPool &pool, std::vector<STTranNode *> &taken)
 TEST(MemPool, RefusesEmptyRequests)
 {
     PoolGuard g;
-    EXPECT_EQ(setInitMemPool(0, 16, 0, &g.pool), 1u);
-    EXPECT_EQ(setInitMemPool(4, 0, 0, &g.pool), 1u);
-    EXPECT_EQ(setInitMemPool(1, 16, 1, &g.pool), 1u);  // half of one node is no block
-    EXPECT_EQ(ApplyNodeMem(&g.pool), nullptr);
-    EXPECT_EQ(ApplyNodeMem(nullptr), nullptr);
-    EXPECT_EQ(FreeNodeMem(nullptr, &g.pool), 1u);
+    // Half of one node is no block.
+    EXPECT_EQ(Fields(setInitMemPool(0, 16, 0, &g.pool), setInitMemPool(4, 0, 0, &g.pool),
+                     setInitMemPool(1, 16, 1, &g.pool), FreeNodeMem(nullptr, &g.pool)),
+              Fields(1, 1, 1, 1));
+    EXPECT_TRUE(ApplyNodeMem(&g.pool) == nullptr && ApplyNodeMem(nullptr) == nullptr);
     ASSERT_EQ(setInitMemPool(1, 16, 0, &g.pool), 0u);  // without growth one node makes a pool
     EXPECT_NE(ApplyNodeMem(&g.pool), nullptr);
 }

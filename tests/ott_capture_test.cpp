@@ -3,6 +3,7 @@
 #include <regex>
 
 #include "ott_fixture.hpp"
+#include "test_util.hpp"
 
 namespace ott_test {
 namespace {
@@ -48,14 +49,12 @@ TEST_F(OttTest, BadArgumentsAreRefusedAndChangeNothing)
         API_OTTTransRlease(nullptr, &session_),
         API_OTTTransRlease(pool_, nullptr),
     };
-    for (size_t i = 0; i < sizeof(results) / sizeof(results[0]); ++i) {
-        EXPECT_EQ(results[i], OTT_RET_PARAM) << "call " << i;
-    }
+    EXPECT_EQ(std::vector<uint32_t>(std::begin(results), std::end(results)),
+              std::vector<uint32_t>(std::size(results), OTT_RET_PARAM));
     EXPECT_EQ(API_OTTTransMerge(pool_, &session_, &flow_), OTT_RET_NOTHING);  // an empty flow
-    EXPECT_EQ(v[0] + v[1] + v[2] + v[3], 36u);
-    EXPECT_EQ(flow_.stTransList.uiNodeNum, 0u);
-    EXPECT_EQ(session_.stUpTransList.uiNodeNum, 1u);
-    EXPECT_EQ(GetFreeNodeNum(pool_), kPoolNodes - 1);
+    EXPECT_EQ(Fields(v[0] + v[1] + v[2] + v[3], flow_.stTransList.uiNodeNum, session_.stUpTransList.uiNodeNum,
+                     GetFreeNodeNum(pool_)),
+              Fields(36, 0, 1, kPoolNodes - 1));
 }
 
 TEST_F(OttTest, ExhaustedPoolAnswersOneAndKeepsWhatWasRecorded)
@@ -82,8 +81,8 @@ TEST_F(OttTest, ReleaseReturnsEveryNodeOfTheRecordKind)
     Place(session_.stUpTransList, {{1, 2, 1}, {3, 4, 1}});
     Place(session_.stDwTransList, {{5, 6, 1}});
     EXPECT_EQ(API_OTTTransRlease(pool_, &session_), OTT_RET_OK);
-    EXPECT_EQ(session_.stUpTransList.uiNodeNum + session_.stDwTransList.uiNodeNum, 0u);
-    EXPECT_EQ(flow_.stTransList.uiNodeNum, 1u);
+    EXPECT_EQ(Fields(session_.stUpTransList.uiNodeNum + session_.stDwTransList.uiNodeNum, flow_.stTransList.uiNodeNum),
+              Fields(0, 1));
     EXPECT_EQ(API_OTTTransRlease(pool_, &flow_), OTT_RET_OK);
     EXPECT_EQ(API_OTTTransRlease(pool_, &flow_), OTT_RET_OK);  // already empty
     EXPECT_EQ(GetListFreeNodeNum(pool_), kPoolNodes);
@@ -120,8 +119,7 @@ TEST_F(OttTest, NodeOnNoListStillGoesBackToThePool)
     ASSERT_NE(loose, nullptr);
     ASSERT_EQ(GetFreeNodeNum(pool_), kPoolNodes - 1);
     FreeOttTransNode(pool_, loose, &flow_.stTransList);
-    EXPECT_EQ(GetFreeNodeNum(pool_), kPoolNodes);
-    EXPECT_EQ(GetListFreeNodeNum(pool_), kPoolNodes);
+    EXPECT_EQ(Fields(GetFreeNodeNum(pool_), GetListFreeNodeNum(pool_)), Fields(kPoolNodes, kPoolNodes));
     EXPECT_FALSE(Logged("ERROR"));
 }
 

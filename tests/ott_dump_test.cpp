@@ -55,9 +55,8 @@ TEST_F(OttTest, BannersAndPoolFillFollowTheirLevels)
     PrintMemPool(&session_, pool_);
     PrintSessionTrans(&session_);
     ASSERT_EQ(Lines().size(), 3u);
-    EXPECT_TRUE(Has(0, "[TID=0][ERROR][PrintMemPool]   session up list lenth  :1;"));
-    EXPECT_TRUE(Has(1, "]   session dw list lenth  :0;"));
-    EXPECT_TRUE(Has(2, "]   free Node in MemPool   :15;"));
+    EXPECT_TRUE(Has(0, "[TID=0][ERROR][PrintMemPool]   session up list lenth  :1;") &&
+                Has(1, "]   session dw list lenth  :0;") && Has(2, "]   free Node in MemPool   :15;"));
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <random>
 
 #include "ott_fixture.hpp"
+#include "test_util.hpp"
 
 namespace ott_test {
 namespace {
@@ -84,12 +85,9 @@ TEST_F(OttTest, SpeedSumsEachDirectionAndEmptiesTheSession)
         Place(session_.stDwTransList, {{10, 15, 7}});
         uint64_t upP = 9, upD = 9, dwP = 9, dwD = 9;
         ASSERT_EQ(API_OTTTransSpeed(pool_, &session_, &upP, &upD, &dwP, &dwD), OTT_RET_OK);
-        EXPECT_EQ(upP, r.payload);
-        EXPECT_EQ(upD, r.duration);
-        EXPECT_EQ(dwP, 7u);
-        EXPECT_EQ(dwD, 5u);
-        EXPECT_EQ(session_.stUpTransList.uiNodeNum + session_.stDwTransList.uiNodeNum, 0u);
-        EXPECT_EQ(GetFreeNodeNum(pool_), kPoolNodes);
+        EXPECT_EQ(Fields(upP, upD, dwP, dwD, session_.stUpTransList.uiNodeNum + session_.stDwTransList.uiNodeNum,
+                         GetFreeNodeNum(pool_)),
+                  Fields(r.payload, r.duration, 7, 5, 0, kPoolNodes));
     }
 }
 
@@ -97,19 +95,14 @@ TEST_F(OttTest, SpeedSumsEachDirectionAndEmptiesTheSession)
 uint64_t UnionLength(std::vector<std::pair<uint64_t, uint64_t>> ivs)
 {
     std::sort(ivs.begin(), ivs.end());
-    uint64_t total = 0, curB = 0, curE = 0;
-    bool open = false;
-    for (const auto &iv : ivs) {
-        if (open && iv.first <= curE) {
-            curE = std::max(curE, iv.second);
-            continue;
+    uint64_t total = 0, covered = 0;  // covered: the furthest end so far
+    for (const auto &[begin, end] : ivs) {
+        if (end > covered) {
+            total += end - std::max(begin, covered);
+            covered = end;
         }
-        total += open ? curE - curB : 0;
-        curB = iv.first;
-        curE = iv.second;
-        open = true;
     }
-    return total + (open ? curE - curB : 0);
+    return total;
 }
 
 struct Oracle {
@@ -204,10 +197,8 @@ TEST_F(OttTest, MergedSessionsMatchTheUnionOfTheirTransactions)
         }
         uint64_t upP, upD, dwP, dwD;
         ASSERT_EQ(API_OTTTransSpeed(pool_, &session, &upP, &upD, &dwP, &dwD), OTT_RET_OK);
-        EXPECT_EQ(upD, UnionLength(oracle.valid[0]));
-        EXPECT_EQ(upP, oracle.payload[0]);
-        EXPECT_EQ(dwD, UnionLength(oracle.valid[1]));
-        EXPECT_EQ(dwP, oracle.payload[1]);
+        EXPECT_EQ(Fields(upD, upP, dwD, dwP), Fields(UnionLength(oracle.valid[0]), oracle.payload[0],
+                                                     UnionLength(oracle.valid[1]), oracle.payload[1]));
         ASSERT_EQ(GetFreeNodeNum(pool_), kNodes);
     }
     EXPECT_EQ(GetListFreeNodeNum(pool_), kNodes);

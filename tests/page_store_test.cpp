@@ -1,6 +1,4 @@
 // Page creation, IDs, the flow's page look-ups, and how events update a page.
-#include <algorithm>
-#include <iterator>
 #include <string>
 
 #include "daemon_fixture.hpp"
@@ -17,24 +15,15 @@ protected:
         DaemonTest::SetUp();
         InitThreads({0, 5});
     }
-    // The working record the event path would hand to the store.
-    STEventInfo Info(uint32_t thread, int flow, const Event &ev)
-    {
-        STEventInfo info;
-        InitPageProcessInfo(static_cast<uint8_t>(thread), &Flow(flow), &info);
-        STWebPageEvent raw = ev.Build();
-        EXPECT_EQ(ev.id == WEBPAGE_EVENT_REQUEST ? GetReqEventInfo(&raw, &info) : GetRspEventInfo(&raw, &info), 0u);
-        return info;
-    }
     STPageNode *Create(int flow, const Event &ev, uint32_t type = PAGE_TYPE_ASSOCIATE, uint8_t allRuleFail = 0)
     {
-        STEventInfo info = Info(0, flow, ev);
+        STEventInfo info = Intake(0, flow, ev);
         const uint64_t id = InsertPageNode(&info, type, allRuleFail);
         return id == 0 ? nullptr : FindPage(0, id);
     }
     void Apply(STPageNode *page, int flow, const Event &ev, uint32_t type = PAGE_TYPE_ASSOCIATE)
     {
-        STEventInfo info = Info(0, flow, ev);
+        STEventInfo info = Intake(0, flow, ev);
         ASSERT_EQ(UpdatePageNode(page, &info, type), 0u);
     }
     static Event Coded(Event ev, uint32_t code, uint32_t method = WEBPAGE_METHOD_GET)
@@ -47,7 +36,7 @@ protected:
 
 TEST_F(PageStoreTest, PageIdsCarryTheThreadInTheTopBits)
 {
-    STEventInfo info = Info(5, 2, Req("b.example", "/", kSec));
+    STEventInfo info = Intake(5, 2, Req("b.example", "/", kSec));
     EXPECT_EQ(InsertPageNode(&info, PAGE_TYPE_ASSOCIATE, 0), 0x5000000000000001ull);
     g_aulPageID[5] = 0x0FFFFFFFFFFFFFFFull;  // the counter's carry never reaches the thread bits
     EXPECT_EQ(InsertPageNode(&info, PAGE_TYPE_ASSOCIATE, 0), 0x5000000000000000ull);
@@ -72,9 +61,7 @@ TEST_F(PageStoreTest, FirstTimeTakesASynAtMostFiveSecondsEarlier)
     STPageNode *page = Create(3, Req("a.example", "/", 10 * kSec, 11 * kSec));
     Apply(page, 3, Req("a.example", "/late", 20 * kSec, 21 * kSec));
     Apply(page, 3, Req("a.example", "/early", 2 * kSec, 3 * kSec));  // moves nothing back
-    EXPECT_EQ(page->ullPageFirReq, 10 * kSec);
-    EXPECT_EQ(page->ullPageLastReq, 20 * kSec);
-    EXPECT_EQ(page->ullPageLastRsp, 21 * kSec);
+    EXPECT_EQ(Fields(page->ullPageFirReq, page->ullPageLastReq, page->ullPageLastRsp), Fields(10 * kSec, 20 * kSec, 21 * kSec));
 }
 
 // What the creating event alone leaves on a page.
@@ -94,8 +81,7 @@ TEST_F(PageStoreTest, CreationFlagsFollowMethodContentAndFirstCause)
         ev.contentType = r.type;
         STPageNode *page = Create(1, ev, PAGE_TYPE_ASSOCIATE, r.allRuleFail);
         ASSERT_NE(page, nullptr);
-        EXPECT_EQ(page->usPageFlag, r.flags) << r.code << " " << r.method << " " << r.type;
-        EXPECT_EQ(page->uiPageType, r.pageType) << r.method;
+        EXPECT_EQ(Fields(page->usPageFlag, page->uiPageType), Fields(r.flags, r.pageType)) << r.code << r.type;
     }
     Event toHttps = Coded(Req("a.example", "/", kSec), 302);
     toHttps.location = "https://b.example/";
@@ -107,15 +93,13 @@ TEST_F(PageStoreTest, MainRequestSettlesOnceAfterRedirects)
     STPageNode *page = Create(1, Coded(Req("a.example", "/", kSec), 302));
     Apply(page, 1, Rsp(200, 2 * kSec));
     Apply(page, 1, Rsp(500, 3 * kSec));
-    EXPECT_EQ(page->usPageFlag, PAGE_FLAG_WEBTYPE | kRedirectFlags | PAGE_FLAG_MAIN_REQ);
-    EXPECT_EQ(page->usMainCauseCode, 200u);
-    EXPECT_EQ(page->usCauseCode, 500u);
+    EXPECT_EQ(Fields(page->usPageFlag, page->usMainCauseCode, page->usCauseCode),
+              Fields(PAGE_FLAG_WEBTYPE | kRedirectFlags | PAGE_FLAG_MAIN_REQ, 200, 500));
 
     STPageNode *failed = Create(2, Coded(Req("b.example", "/", kSec), 301));
     Apply(failed, 2, Rsp(404, 2 * kSec));  // clears the success the redirect gave
     Apply(failed, 2, Rsp(200, 3 * kSec));
-    EXPECT_EQ(failed->usPageFlag & PAGE_FLAG_SUCCESS, 0);
-    EXPECT_EQ(failed->usMainCauseCode, 404u);
+    EXPECT_EQ(Fields(failed->usPageFlag & PAGE_FLAG_SUCCESS, failed->usMainCauseCode), Fields(0, 404));
 }
 
 TEST_F(PageStoreTest, CountersAndPostFlag)
@@ -132,12 +116,9 @@ TEST_F(PageStoreTest, CountersAndPostFlag)
     get.finRst = 1;  // counts as answered too
     page->ucTimeOutNum = 3;
     Apply(page, 1, get);
-    EXPECT_EQ(page->usPageFlag & PAGE_FLAG_ALL_POST, 0);
-    EXPECT_EQ(page->ucTimeOutNum, 0u);
-    const uint16_t got[] = {page->usReqNum,  page->usRspNum,     page->usRspSuccNum, page->usPostNum,
-                            page->usPostSuccNum, page->usGetNum, page->usGetSuccNum};
-    const uint16_t want[] = {3, 3, 1, 2, 2, 1, 0};
-    EXPECT_TRUE(std::equal(std::begin(got), std::end(got), std::begin(want)));
+    EXPECT_EQ(Fields(page->usPageFlag & PAGE_FLAG_ALL_POST, page->ucTimeOutNum, page->usReqNum, page->usRspNum,
+                     page->usRspSuccNum, page->usPostNum, page->usPostSuccNum, page->usGetNum, page->usGetSuccNum),
+              Fields(0, 0, 3, 3, 1, 2, 2, 1, 0));
 }
 
 TEST_F(PageStoreTest, FirstRequestIdentityAndDns)
@@ -161,7 +142,7 @@ TEST_F(PageStoreTest, FlowIsTiedByTypeAndLookedUpByIt)
     Apply(assoc, 1, Rsp(200, 2 * kSec), PAGE_TYPE_ASSOCIATE);
     EXPECT_EQ(Flow(1).uiPageType, static_cast<uint32_t>(PAGE_TYPE_ASSOCIATE));
     EXPECT_EQ(Flow(1).ullSinglePageID, single->uiPageID);
-    STEventInfo info = Info(0, 1, Rsp(200, 3 * kSec));
+    STEventInfo info = Intake(0, 1, Rsp(200, 3 * kSec));
     EXPECT_EQ(GetPageNodeByFlowInfo(&info, PAGE_LIST_ORDINARY), assoc);
     EXPECT_EQ(GetSinglePageNodeByFlowInfo(&info, PAGE_LIST_UCID), single);  // a live cached pointer wins
     info.pstFlowInfo = nullptr;
@@ -176,12 +157,12 @@ TEST_F(PageStoreTest, StaleCachedPointersAreNotFollowed)
     STPageNode *gone = Create(1, Req("a.example", "/", kSec), PAGE_TYPE_SINGLE);
     STPageNode *kept = Create(3, Req("c.example", "/", kSec), PAGE_TYPE_SINGLE);
     Flow(3).pstSinglePage = gone;
-    STEventInfo onFlow3 = Info(0, 3, Rsp(200, 2 * kSec));
+    STEventInfo onFlow3 = Intake(0, 3, Rsp(200, 2 * kSec));
     EXPECT_EQ(GetSinglePageNodeByFlowInfo(&onFlow3, PAGE_LIST_ORDINARY), kept);
 
     const uint64_t goneID = gone->uiPageID;
     API_ReleaseWebPageNode(0, 0);
-    STEventInfo onFlow1 = Info(0, 1, Rsp(200, 2 * kSec));
+    STEventInfo onFlow1 = Intake(0, 1, Rsp(200, 2 * kSec));
     EXPECT_EQ(GetSinglePageNodeByFlowInfo(&onFlow1, PAGE_LIST_ORDINARY), gone);  // closed, node free
     for (int i = 0; i < 30 && gone->uiPageID == goneID; ++i) {
         ASSERT_NE(Create(2, Req("b.example", "/", kSec), PAGE_TYPE_SINGLE), nullptr);

@@ -26,18 +26,14 @@ TEST_F(ScenarioTest, OnePageLivesQuietlyAndIsReportedOnce)
     RunTimer(0);
     ASSERT_EQ(Reported().size(), 1u);
     const STPageKQI &kqi = Reported()[0];
-    EXPECT_EQ(kqi.uiPageID, id);
-    EXPECT_EQ(kqi.usCauseCode, 200u);
-    EXPECT_EQ(kqi.ucSuccFlag, 1u);
-    EXPECT_EQ(kqi.ucPageFlag, 0u);  // one request is too small to count
-    EXPECT_EQ(kqi.uiDnsDelay, 40u);
-    // Timed from the DNS query, which began shortly before the page.
-    EXPECT_EQ(kqi.ullPageDelay, 3 * kSec + 400 * kMs);
+    // One request is too small to count; timed from the DNS query, which began shortly before the page.
+    EXPECT_EQ(Fields(kqi.uiPageID, kqi.usCauseCode, kqi.ucSuccFlag, kqi.ucPageFlag, kqi.uiDnsDelay, kqi.ullPageDelay),
+              Fields(id, 200, 1, 0, 40, 3 * kSec + 400 * kMs));
 
     RunTimer(0, 20);
-    EXPECT_EQ(Reported().size(), 1u);
-    EXPECT_EQ(GetFreeNodeNum(&Ctx(0)->stPageNodePool), PAGE_NODE_NUM);
-    EXPECT_EQ(GetFreeNodeNum(&Ctx(0)->stMatchStrMemPool), MATCH_STR_NODE_NUM);
+    EXPECT_EQ(Fields(Reported().size(), GetFreeNodeNum(&Ctx(0)->stPageNodePool),
+                     GetFreeNodeNum(&Ctx(0)->stMatchStrMemPool)),
+              Fields(1, PAGE_NODE_NUM, MATCH_STR_NODE_NUM));
 }
 
 // A main page and nine sub-requests on other flows of the same host; the
@@ -62,10 +58,9 @@ TEST_F(ScenarioTest, PageVerdictFollowsItsAnswers)
         }
         DrainPages(0);
         ASSERT_EQ(Reported().size(), 1u);
-        EXPECT_EQ(Reported()[0].usCauseCode, c.cause);
-        EXPECT_EQ(Reported()[0].ucSuccFlag, c.succ);
-        EXPECT_EQ(Reported()[0].ucPageFlag, 1u);
-        EXPECT_EQ(Reported()[0].ullPageDelay, c.delay);
+        const STPageKQI &kqi = Reported()[0];
+        EXPECT_EQ(Fields(kqi.usCauseCode, kqi.ucSuccFlag, kqi.ucPageFlag, kqi.ullPageDelay),
+                  Fields(c.cause, c.succ, 1, c.delay));
         TearDown();
     }
 }
@@ -83,8 +78,7 @@ TEST_F(ScenarioTest, TimerStartsWithTheFirstEventAndStopsWithTheLastPage)
 
     RunTimer(0, 13);  // both pages went quiet together
     EXPECT_EQ(OpenPages(0), 0u);
-    ASSERT_EQ(Sinks().timerStops.size(), 1u);
-    EXPECT_EQ(Sinks().timerStops[0], 100u);
+    EXPECT_EQ(Sinks().timerStops, std::vector<uint64_t>{100});
     EXPECT_EQ(Ctx(0)->ulPageTimer, 0u);
 
     Send(3, Req("www.example.com", "/again", kT0 + 100 * kSec));
@@ -107,9 +101,7 @@ TEST_F(ScenarioTest, ThirtyPagesExhaustThePoolUntilOneCloses)
     }
     uint64_t id = 99;
     EXPECT_EQ(Send(0, 30, request(30), &id), WEBPAGE_ERR_NO_PAGE);
-    EXPECT_EQ(id, 0u);
-    EXPECT_EQ(OpenPages(0), 30u);
-    EXPECT_EQ(Flow(30).uiPageType, 0u);
+    EXPECT_EQ(Fields(id, OpenPages(0), Flow(30).uiPageType), Fields(0, 30, 0));
     EXPECT_TRUE(LogContains("[TID=0][ERROR][InsertPageNode]PageNodePool is NULL!;"));
 
     RunTimer(0, 12);
@@ -125,13 +117,11 @@ TEST_F(ScenarioTest, ThreadsKeepToTheirOwnPages)
     ASSERT_EQ(Send(0, 1, Req("www.example.com", "/", kT0), &id0), WEBPAGE_OK);
     // The same host and time on thread 1 would join the page on thread 0.
     ASSERT_EQ(Send(1, 2, Req("www.example.com", "/a.css", kT0 + 10 * kMs), &id1), WEBPAGE_OK);
-    EXPECT_EQ(id0, 1u);
-    EXPECT_EQ(id1, 0x1000000000000001u);
+    EXPECT_EQ(Fields(id0, id1), Fields(1, 0x1000000000000001u));
 
     RunTimer(1, 13);
     ASSERT_EQ(Reported().size(), 1u);
-    EXPECT_EQ(Reported()[0].uiPageID, id1);
-    EXPECT_EQ(OpenPages(0), 1u);
+    EXPECT_EQ(Fields(Reported()[0].uiPageID, OpenPages(0)), Fields(id1, 1));
 }
 
 TEST_F(ScenarioTest, ReleasesCloseEverythingAndANewContextStartsAfresh)
@@ -139,16 +129,15 @@ TEST_F(ScenarioTest, ReleasesCloseEverythingAndANewContextStartsAfresh)
     InitThreads({0});
     Send(1, Req("www.example.com", "/", kT0));
     API_ReleaseWebPageNode(0, 0);
-    EXPECT_TRUE(Reported().empty());
-    EXPECT_EQ(GetFreeNodeNum(&Ctx(0)->stPageNodePool), PAGE_NODE_NUM);
-    EXPECT_EQ(Sinks().timerStops.size(), 1u);
+    EXPECT_EQ(Fields(Reported().size(), GetFreeNodeNum(&Ctx(0)->stPageNodePool), Sinks().timerStops.size()),
+              Fields(0, PAGE_NODE_NUM, 1));
 
     Send(2, Req("www.example.com", "/", kT0 + 100 * kSec));
     API_ReleaseWebPageNode(0, 1);  // reported with its cause and ID only
     ASSERT_EQ(Reported().size(), 1u);
     const STPageKQI &node = Reported()[0];
-    EXPECT_EQ(node.uiPageID, 2u);
-    EXPECT_EQ(node.ucPageFlag + node.ucSuccFlag + node.uiDnsDelay + node.ullPageDelay, 0u);
+    EXPECT_EQ(Fields(node.uiPageID, node.ucPageFlag, node.ucSuccFlag, node.uiDnsDelay, node.ullPageDelay),
+              Fields(2, 0, 0, 0, 0));
 
     Send(3, Req("www.example.com", "/", kT0 + 200 * kSec));
     API_ReleaseWebPage(0);  // reported, timed, never judged

@@ -98,12 +98,8 @@ TEST(ShortcutOracle, UrlKeyIsTheHashOfTheAssembledUrl)
         const std::string uris[] = {Noise(rng, 30), lowHost + "/Index.HTML", lowHost + Noise(rng, 8),
                                     host + "/x", "/" + Noise(rng, 200)};
         const std::string uri = uris[rng() % 5];
-        STWebPageEvent ev{};
-        ev.usEventID = WEBPAGE_EVENT_REQUEST;
-        ev.pucHost = reinterpret_cast<const unsigned char *>(host.data());
-        ev.usHostLen = static_cast<uint16_t>(host.size());
-        ev.pucURL = reinterpret_cast<const unsigned char *>(uri.data());
-        ev.usURLLen = static_cast<uint16_t>(uri.size());
+        const Event e = Req(host, uri, 0);
+        const STWebPageEvent ev = e.Build();
         STFlowInfo flow;
         API_InitWebPageFlow(&flow);
         STEventInfo info;
@@ -119,14 +115,7 @@ TEST(ShortcutOracle, UrlKeyIsTheHashOfTheAssembledUrl)
     }
 }
 
-class PreparedWindowTest : public DaemonTest {
-protected:
-    void SetUp() override
-    {
-        DaemonTest::SetUp();
-        InitThreads({0});
-    }
-};
+using PreparedWindowTest = OneThreadTest;
 
 TEST_F(PreparedWindowTest, AgreesWithCompareMsgTimeOverAGrid)
 {

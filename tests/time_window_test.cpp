@@ -20,13 +20,8 @@ struct Row {
     uint64_t E = kSame, F = 0;
 };
 
-class TimeWindowTest : public DaemonTest {
+class TimeWindowTest : public OneThreadTest {
 protected:
-    void SetUp() override
-    {
-        DaemonTest::SetUp();
-        InitThreads({0});
-    }
     static void Check(std::initializer_list<Row> rows)
     {
         for (const Row &r : rows) {
@@ -113,14 +108,16 @@ TEST_F(TimeWindowTest, SingleRuleWindowsAreTheCentralTestOfTheirType)
         auto central = [&](uint32_t type, uint16_t page, uint16_t ev) {
             return CompareMsgTime(0, b, e, x, y, type, 2, page, ev);
         };
-        ASSERT_EQ(CompareMsgTimeUrlWithMainReqLocation(b, e, x, y, 2), central(0, 0, 0)) << i;
-        ASSERT_EQ(CompareMsgTimeRefererWithMainReqUrl(b, e, x, y, 2), central(1, 0, 0)) << i;
-        ASSERT_EQ(CompareMsgTimeRefererWithSubReqUrl(b, e, x, y, 2), central(4, 0, 0)) << i;
-        ASSERT_EQ(CompareMsgTimeRefererWithReferer(b, e, x, y, 2), central(6, 0, 0)) << i;
-        ASSERT_EQ(CompareMsgTimeHostWithMainReqHost(b, e, x, y, 2, c), central(2, c, 0)) << i;
-        ASSERT_EQ(CompareMsgTimeHostWithSubReqHost(b, e, x, y, 2, c), central(5, c, 0)) << i;
-        ASSERT_EQ(CompareMsgTimeTransWithPage(b, e, x, y, 2, c), central(8, 0, c)) << i;
-        ASSERT_EQ(CompareMsgTimeAppCorrelation(b, e, x, y, 2, c), central(9, 0, c)) << i;
+        ASSERT_EQ(Fields(CompareMsgTimeUrlWithMainReqLocation(b, e, x, y, 2),
+                         CompareMsgTimeRefererWithMainReqUrl(b, e, x, y, 2),
+                         CompareMsgTimeRefererWithSubReqUrl(b, e, x, y, 2),
+                         CompareMsgTimeRefererWithReferer(b, e, x, y, 2),
+                         CompareMsgTimeHostWithMainReqHost(b, e, x, y, 2, c),
+                         CompareMsgTimeHostWithSubReqHost(b, e, x, y, 2, c),
+                         CompareMsgTimeTransWithPage(b, e, x, y, 2, c), CompareMsgTimeAppCorrelation(b, e, x, y, 2, c)),
+                  Fields(central(0, 0, 0), central(1, 0, 0), central(4, 0, 0), central(6, 0, 0), central(2, c, 0),
+                         central(5, c, 0), central(8, 0, c), central(9, 0, c)))
+            << i;
     }
 }
 
@@ -129,14 +126,10 @@ class AllPageTimeMatchTest : public TimeWindowTest {
 protected:
     STEventInfo Request(int flow, uint64_t begin, const char *contentType, uint16_t cause = 0)
     {
-        STEventInfo e{};
-        e.pstFlowInfo = &Flow(flow);
-        e.uiReqMethod = WEBPAGE_METHOD_GET;
-        e.usCauseCode = cause;
-        e.ullReqBeginTime = begin;
-        e.ullReqEndTime = e.ullMsgEndTime = begin + kMs;
-        e.usContentTypeLen = static_cast<uint16_t>(std::strlen(std::strcpy(e.acContentType, contentType)));
-        return e;
+        Event e = Req("", "", begin);
+        e.contentType = contentType;
+        e.code = cause;
+        return Intake(0, flow, e);
     }
     // A successful associate page, of web type when its content type is one.
     STPageNode *OpenPage(int flow, uint64_t begin, const char *contentType = "text/html")

@@ -92,12 +92,10 @@ TEST_F(PageResultTest, ExpiredPagesAreJudgedAndTimed)
         EXPECT_EQ(ProcessPageNodeTimeOut(0, &page, PAGE_PROC_TIMER, 0), 1u) << c.name;
         ASSERT_EQ(Reported().size(), 1u) << c.name;
         const STPageKQI &kqi = Reported()[0];
-        EXPECT_EQ(kqi.ucSuccFlag, c.succ) << c.name;
-        EXPECT_EQ(kqi.ucPageFlag, c.counted) << c.name;
-        EXPECT_EQ(kqi.usCauseCode, c.cause) << c.name;
-        EXPECT_EQ(kqi.ullPageDelay, c.delay) << c.name;
-        EXPECT_EQ(kqi.uiPageID, 0x77u) << c.name;
-        EXPECT_EQ(kqi.uiDnsDelay, 33u) << c.name;
+        EXPECT_EQ(Fields(kqi.ucSuccFlag, kqi.ucPageFlag, kqi.usCauseCode, kqi.ullPageDelay, kqi.uiPageID,
+                         kqi.uiDnsDelay),
+                  Fields(c.succ, c.counted, c.cause, c.delay, 0x77, 33))
+            << c.name;
     }
 }
 

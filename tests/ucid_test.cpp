@@ -24,13 +24,8 @@ TEST(UcidMark, FoundInAnyCaseWithinTheTerminatedText)
     EXPECT_EQ(IsUrlContainsUcid(nullptr, 7, 7), 0u);
 }
 
-class UcidTest : public DaemonTest {
+class UcidTest : public OneThreadTest {
 protected:
-    void SetUp() override
-    {
-        DaemonTest::SetUp();
-        InitThreads({0});
-    }
     static Event UcidReq(uint64_t at, const char *uri = "/?ucid=42")
     {
         Event e = Req("u.example.com", uri, at);
@@ -46,11 +41,9 @@ TEST_F(UcidTest, RequestsAndResponsesStayOnUcidPages)
     ASSERT_NE(id, 0u);
     EXPECT_EQ(Flow(1).ucIsUcid, 1u);
     const STPageNode *page = FindPage(0, id);
-    ASSERT_NE(page, nullptr);
-    EXPECT_EQ(page->ucIsUcidPage, 1u);
-    EXPECT_EQ(page->uiPageType, static_cast<uint32_t>(PAGE_TYPE_ASSOCIATE));
-    EXPECT_NE(page->usPageFlag & PAGE_FLAG_WEBTYPE, 0);
-    EXPECT_EQ(page->usHostLen, 0u);  // no first-request strings kept
+    ASSERT_NE(page, nullptr);  // no first-request strings kept
+    EXPECT_EQ(Fields(page->ucIsUcidPage, page->uiPageType, page->usPageFlag & PAGE_FLAG_WEBTYPE, page->usHostLen),
+              Fields(1, PAGE_TYPE_ASSOCIATE, PAGE_FLAG_WEBTYPE, 0));
 
     EXPECT_EQ(Send(1, Rsp(200, kT0 + 100 * kMs)), id);
     // Another UCID request soon after joins by time, from another flow.
@@ -59,10 +52,9 @@ TEST_F(UcidTest, RequestsAndResponsesStayOnUcidPages)
     // An ordinary request of the same host at the same time opens its own page.
     const uint64_t plain = Send(3, Req("u.example.com", "/index.html", kT0 + 700 * kMs));
     EXPECT_NE(plain, id);
-    EXPECT_EQ(Ctx(0)->stPageNodeList.uiNodeNum, 1u);
-    EXPECT_EQ(UcidPages(), 1u);
-    EXPECT_EQ(FindPage(0, id)->usReqNum, 2u);
-    EXPECT_EQ(FindPage(0, id)->usRspSuccNum, 2u);
+    EXPECT_EQ(Fields(Ctx(0)->stPageNodeList.uiNodeNum, UcidPages(), FindPage(0, id)->usReqNum,
+                     FindPage(0, id)->usRspSuccNum),
+              Fields(1, 1, 2, 2));
 
     DrainPages(0);
     EXPECT_EQ(Reported().size(), 2u);
@@ -77,8 +69,7 @@ TEST_F(UcidTest, OrdinaryRulesNeverPlaceAUcidRequest)
     // Same host, just after: the host rule would take it, were it ordinary.
     const uint64_t id = Send(2, UcidReq(kT0 + 100 * kMs));
     EXPECT_NE(id, plain);
-    EXPECT_EQ(FindPage(0, id)->ucIsUcidPage, 1u);
-    EXPECT_EQ(FindPage(0, plain)->usReqNum, 1u);
+    EXPECT_EQ(Fields(FindPage(0, id)->ucIsUcidPage, FindPage(0, plain)->usReqNum), Fields(1, 1));
 }
 
 TEST_F(UcidTest, TimeMatchNeedsASuccessfulPageThatBeganFirst)
@@ -99,16 +90,12 @@ TEST_F(UcidTest, OtherMethodsAndStrayResponsesOpenSinglePages)
     Event put = UcidReq(kT0);
     put.method = 3;
     const STPageNode *page = FindPage(0, Send(1, put));
-    ASSERT_NE(page, nullptr);
-    EXPECT_EQ(page->uiPageType, static_cast<uint32_t>(PAGE_TYPE_SINGLE));
-
     Flow(2).ucIsUcid = 1;  // a UCID flow not yet tied to any page
     const STPageNode *rsp = FindPage(0, Send(2, Rsp(200, kT0 + 60 * kSec)));
-    ASSERT_NE(rsp, nullptr);
-    EXPECT_EQ(rsp->ucIsUcidPage, 1u);
-    EXPECT_EQ(rsp->uiPageType, static_cast<uint32_t>(PAGE_TYPE_SINGLE));
-    EXPECT_EQ(UcidPages(), 2u);
-    EXPECT_EQ(Ctx(0)->stPageNodeList.uiNodeNum, 0u);
+    ASSERT_TRUE(page != nullptr && rsp != nullptr);
+    EXPECT_EQ(Fields(page->uiPageType, rsp->ucIsUcidPage, rsp->uiPageType, UcidPages(),
+                     Ctx(0)->stPageNodeList.uiNodeNum),
+              Fields(PAGE_TYPE_SINGLE, 1, PAGE_TYPE_SINGLE, 2, 0));
 }
 
 }  // namespace

@@ -33,10 +33,7 @@ enum LinkType : uint32_t {
 
 using Bytes = std::vector<uint8_t>;
 
-struct CapturedPacket {
-    uint64_t ns;
-    Bytes ip;
-};
+struct CapturedPacket { uint64_t ns; Bytes ip; };
 
 inline void Put16(Bytes *b, uint16_t v)
 {
@@ -114,8 +111,7 @@ private:
             tcp /= Tins::RawPDU(data);
         }
         packets_.push_back({kCaptureStartNs + static_cast<uint64_t>(ms * 1e6),
-                            fromClient ? IpPacket(client_, server_, std::move(tcp))
-                                       : IpPacket(server_, client_, std::move(tcp))});
+                            IpPacket(fromClient ? client_ : server_, fromClient ? server_ : client_, std::move(tcp))});
     }
 
     std::string client_, server_;
@@ -135,9 +131,8 @@ inline CapturedPacket DnsPacket(double ms, bool answer, uint16_t id, const std::
     }
     Tins::UDP udp(answer ? 33000 : 53, answer ? 53 : 33000);
     udp /= dns;
-    const uint64_t ns = kCaptureStartNs + static_cast<uint64_t>(ms * 1e6);
-    return answer ? CapturedPacket{ns, IpPacket("10.0.0.1", "10.0.0.2", std::move(udp))}
-                  : CapturedPacket{ns, IpPacket("10.0.0.2", "10.0.0.1", std::move(udp))};
+    return {kCaptureStartNs + static_cast<uint64_t>(ms * 1e6),
+            IpPacket(answer ? "10.0.0.1" : "10.0.0.2", answer ? "10.0.0.2" : "10.0.0.1", std::move(udp))};
 }
 
 // The link header a capture of this type puts before the IP packet.
@@ -180,18 +175,15 @@ inline Bytes Frame(uint32_t link, const Bytes &ip)
 inline std::string PcapFile(uint32_t link, const std::vector<CapturedPacket> &packets)
 {
     std::string s;
-    PutLe32(&s, 0xA1B2C3D4);
-    PutLe32(&s, 2 | 4u << 16);
-    PutLe32(&s, 0);
-    PutLe32(&s, 0);
-    PutLe32(&s, 65535);
-    PutLe32(&s, link == kEthernetVlan ? kEthernet : link);
+    for (uint32_t v : {0xA1B2C3D4u, 2 | 4u << 16, 0u, 0u, 65535u, link == kEthernetVlan ? kEthernet : link}) {
+        PutLe32(&s, v);
+    }
     for (const CapturedPacket &p : packets) {
         const Bytes f = Frame(link, p.ip);
-        PutLe32(&s, static_cast<uint32_t>(p.ns / 1000000000ull));
-        PutLe32(&s, static_cast<uint32_t>(p.ns % 1000000000ull / 1000));
-        PutLe32(&s, static_cast<uint32_t>(f.size()));
-        PutLe32(&s, static_cast<uint32_t>(f.size()));
+        const uint32_t size = static_cast<uint32_t>(f.size()), sec = static_cast<uint32_t>(p.ns / 1000000000ull);
+        for (uint32_t v : {sec, static_cast<uint32_t>(p.ns % 1000000000ull / 1000), size, size}) {
+            PutLe32(&s, v);
+        }
         s.append(f.begin(), f.end());
     }
     return s;
@@ -202,10 +194,8 @@ inline std::string PcapFile(uint32_t link, const std::vector<CapturedPacket> &pa
 inline std::string PcapngFile(const std::vector<CapturedPacket> &packets)
 {
     std::string s;
-    for (uint32_t v : {0x0A0D0D0Au, 28u, 0x1A2B3C4Du, 1u, 0xFFFFFFFFu, 0xFFFFFFFFu, 28u}) {
-        PutLe32(&s, v);
-    }
-    for (uint32_t v : {1u, 20u, static_cast<uint32_t>(kEthernet), 65535u, 20u}) {
+    for (uint32_t v : {0x0A0D0D0Au, 28u, 0x1A2B3C4Du, 1u, 0xFFFFFFFFu, 0xFFFFFFFFu, 28u,  // section header
+                       1u, 20u, static_cast<uint32_t>(kEthernet), 65535u, 20u}) {              // interface
         PutLe32(&s, v);
     }
     for (const CapturedPacket &p : packets) {

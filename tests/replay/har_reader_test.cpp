@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "../test_util.hpp"
 #include "trace.hpp"
 
 namespace replay {
@@ -39,36 +40,22 @@ TEST(HarReader, EntryBecomesRequestAndResponseEvents)
     const Trace t = Read(json::array({e}));
     ASSERT_TRUE(t.fatal.empty()) << t.fatal;
     ASSERT_EQ(t.events.size(), 2u);
-    const TraceEvent &req = t.events[0];
-    EXPECT_EQ(req.kind, EventKind::kRequest);
-    EXPECT_EQ(req.host, "shop.example");
-    EXPECT_EQ(req.uri, "x/y?q=1");
-    EXPECT_EQ(req.referHost, "ref.example:8443");
-    EXPECT_EQ(req.referPath, "list/?p=2");
-    EXPECT_EQ(req.method, kMethodPost);
-    // The request carries its answer's status, Location and content type.
-    EXPECT_EQ(req.status, 302u);
-    EXPECT_EQ(req.location, "https://shop.example/z");
-    EXPECT_EQ(req.contentType, "text/html; charset=utf-8");
-    EXPECT_EQ(req.syn, kStart + 11 * kMs);    // after blocked and dns
-    EXPECT_EQ(req.begin, kStart + 31 * kMs);  // after the connect
-    EXPECT_EQ(req.end, kStart + 32 * kMs);
-    EXPECT_EQ(req.serverPort, 443);
-    EXPECT_EQ(req.serverIp, 0xC000020Au);
-    const TraceEvent &rsp = t.events[1];
-    EXPECT_EQ(rsp.kind, EventKind::kResponse);
-    EXPECT_EQ(rsp.flow, req.flow);
-    EXPECT_EQ(rsp.status, 302u);
-    EXPECT_EQ(rsp.begin, kStart + 62 * kMs);
-    EXPECT_EQ(rsp.end, kStart + 67 * kMs);
-    EXPECT_TRUE(rsp.host.empty());
+    const TraceEvent &req = t.events[0], &rsp = t.events[1];
     ASSERT_EQ(t.dns.size(), 1u);
-    EXPECT_EQ(t.dns[0].host, "shop.example");
-    EXPECT_EQ(t.dns[0].begin, kStart + 1 * kMs);
-    EXPECT_EQ(t.dns[0].delayMs, 10u);
     ASSERT_EQ(t.transactions.size(), 1u);
-    EXPECT_EQ(t.transactions[0].truePage, "page_1");
-    EXPECT_EQ(t.transactions[0].end, rsp.end);
+    // The request carries its answer's status, Location and content type.
+    EXPECT_EQ((std::vector<std::string>{req.host, req.uri, req.referHost, req.referPath, req.location, req.contentType,
+                                        rsp.host, rsp.flow, t.dns[0].host, t.transactions[0].truePage}),
+              (std::vector<std::string>{"shop.example", "x/y?q=1", "ref.example:8443", "list/?p=2",
+                                        "https://shop.example/z", "text/html; charset=utf-8", "", req.flow,
+                                        "shop.example", "page_1"}));
+    // SYN after blocked and dns, the request after the connect.
+    EXPECT_EQ(Fields(req.kind, req.method, req.status, req.syn, req.begin, req.end, req.serverPort, req.serverIp),
+              Fields(EventKind::kRequest, kMethodPost, 302, kStart + 11 * kMs, kStart + 31 * kMs, kStart + 32 * kMs,
+                     443, 0xC000020Au));
+    EXPECT_EQ(Fields(rsp.kind, rsp.status, rsp.begin, rsp.end, t.transactions[0].end),
+              Fields(EventKind::kResponse, 302, kStart + 62 * kMs, kStart + 67 * kMs, rsp.end));
+    EXPECT_EQ(Fields(t.dns[0].begin, t.dns[0].delayMs), Fields(kStart + 1 * kMs, 10));
 }
 
 TEST(HarReader, MethodCodesAndKeptSlash)
@@ -132,13 +119,10 @@ TEST(HarReader, CacheHitsAndNonHttpAreCountedNotReplayed)
     json cutShort = Entry("http://a.example/aborted");
     cutShort["response"]["status"] = -2;  // a recorder's "no answer"
     const Trace t = Read(json::array({cached, dataUrl, failed, cutShort}));
-    EXPECT_EQ(t.cacheHits, 1u);
-    EXPECT_EQ(t.notHttp, 1u);
-    EXPECT_TRUE(t.skipped.empty());
+    EXPECT_EQ(Fields(t.cacheHits, t.notHttp, t.skipped.size()), Fields(1, 1, 0));
     ASSERT_EQ(t.events.size(), 2u);  // unanswered requests have no response event
     for (const TraceEvent &ev : t.events) {
-        EXPECT_EQ(ev.kind, EventKind::kRequest);
-        EXPECT_EQ(ev.status, 0u);
+        EXPECT_EQ(Fields(ev.kind, ev.status), Fields(EventKind::kRequest, 0));
     }
 
     ReadOptions withCache;
@@ -148,11 +132,7 @@ TEST(HarReader, CacheHitsAndNonHttpAreCountedNotReplayed)
 
 TEST(HarReader, BadEntriesAreSkippedWithTheirPlaceAndReason)
 {
-    const struct {
-        const char *what;
-        void (*spoil)(json &);
-        const char *message;
-    } rows[] = {
+    const struct { const char *what; void (*spoil)(json &); const char *message; } rows[] = {
         {"no start", [](json &e) { e.erase("startedDateTime"); }, "missing field entry.startedDateTime"},
         {"bad start", [](json &e) { e["startedDateTime"] = "yesterday"; }, "startedDateTime is not an ISO 8601 time"},
         {"no url", [](json &e) { e["request"].erase("url"); }, "missing field request.url"},

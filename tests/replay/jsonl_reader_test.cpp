@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "../test_util.hpp"
 #include "trace.hpp"
 
 namespace replay {
@@ -20,28 +21,16 @@ TEST(JsonlReader, LinesBecomeEventsAsWritten)
     EXPECT_EQ(t.dns[0].delayMs, 25u);
     ASSERT_EQ(t.events.size(), 3u);
     const TraceEvent &req = t.events[0];
-    EXPECT_EQ(req.origin, "line 4");
-    EXPECT_EQ(req.uri, "/?ucid=1");  // strings are the daemon's, unchanged
-    EXPECT_EQ(req.referHost, "r.example");
-    EXPECT_EQ(req.referPath, "p");
-    EXPECT_EQ(req.method, kMethodPost);
-    EXPECT_EQ(req.status, 302u);
-    EXPECT_EQ(req.begin, 1000u);
-    EXPECT_EQ(req.end, 1100u);
-    EXPECT_EQ(req.syn, 950u);
-    EXPECT_EQ(req.clientPort, 40001);
-    EXPECT_EQ(req.serverPort, 8080);
-    EXPECT_EQ(req.clientIp, 0x0A010203u);
-    EXPECT_EQ(req.serverIp, 0xC0000201u);
-    EXPECT_EQ(req.network, 2u);
-    EXPECT_EQ(req.finRst, 1);
-    const TraceEvent &rsp = t.events[1];
-    EXPECT_EQ(rsp.kind, EventKind::kResponse);
-    EXPECT_EQ(rsp.end, rsp.begin);  // end defaults to begin
-    EXPECT_EQ(rsp.serverPort, 80);
-    EXPECT_EQ(t.events[2].flow, "7");
-    EXPECT_EQ(t.events[2].method, 4u);
-    EXPECT_EQ(t.transactions[0].truePage, "home");
+    // Strings are the daemon's, unchanged.
+    EXPECT_EQ((std::vector<std::string>{req.origin, req.uri, req.referHost, req.referPath, req.location,
+                                        req.contentType, t.events[2].flow, t.transactions[0].truePage}),
+              (std::vector<std::string>{"line 4", "/?ucid=1", "r.example", "p", "https://a.example/n", "text/html",
+                                        "7", "home"}));
+    EXPECT_EQ(Fields(req.method, req.status, req.begin, req.end, req.syn, req.clientPort, req.serverPort,
+                     req.clientIp, req.serverIp, req.network, req.finRst, t.events[2].method),
+              Fields(kMethodPost, 302, 1000, 1100, 950, 40001, 8080, 0x0A010203u, 0xC0000201u, 2, 1, 4));
+    const TraceEvent &rsp = t.events[1];  // end defaults to begin, the port to 80
+    EXPECT_EQ(Fields(rsp.kind, rsp.end, rsp.serverPort), Fields(EventKind::kResponse, rsp.begin, 80));
 }
 
 TEST(JsonlReader, ResponsesAnswerTheirFlowsRequestsInOrder)
@@ -53,21 +42,15 @@ TEST(JsonlReader, ResponsesAnswerTheirFlowsRequestsInOrder)
 {"ev":"rsp","flow":"a","begin":5,"status":404}
 {"ev":"rsp","flow":"c","begin":6,"status":200}
 )");
-    ASSERT_EQ(t.transactions.size(), 4u);
-    EXPECT_EQ(t.transactions[0].response, 3);
-    EXPECT_EQ(t.transactions[0].end, 9u);
-    EXPECT_EQ(t.transactions[1].response, 4);
-    EXPECT_EQ(t.transactions[2].response, -1);
-    EXPECT_EQ(t.transactions[3].request, -1);  // a response with no request of its own
-    EXPECT_EQ(t.events[5].transaction, 3);
+    ASSERT_EQ(t.transactions.size(), 4u);  // the last: a response with no request of its own
+    EXPECT_EQ(Fields(t.transactions[0].response, t.transactions[0].end, t.transactions[1].response,
+                     t.transactions[2].response, t.transactions[3].request, t.events[5].transaction),
+              Fields(3, 9, 4, -1, -1, 3));
 }
 
 TEST(JsonlReader, BadLinesNameTheLineAndTheFault)
 {
-    const struct {
-        const char *line;
-        const char *message;
-    } rows[] = {
+    const struct { const char *line; const char *message; } rows[] = {
         {R"({"ev":"req","begin":1,"method":"GET"})", "missing field \"flow\""},
         {R"({"ev":"req","flow":"f","method":"GET"})", "missing field \"begin\""},
         {R"({"ev":"req","flow":"f","begin":1})", "missing field \"method\""},
@@ -95,24 +78,6 @@ TEST(JsonlReader, BadLinesNameTheLineAndTheFault)
         EXPECT_EQ(t.events.size(), 1u) << row.line;
     }
 }
-
-TEST(JsonlReader, BundledSampleReadsCleanly)
-{
-    const Trace t = ReadJsonl("sample", SampleSession());
-    EXPECT_TRUE(t.skipped.empty());
-    EXPECT_GT(t.events.size(), 50u);
-    for (const Transaction &tx : t.transactions) {
-        EXPECT_GE(tx.request, 0) << tx.origin;
-        EXPECT_GE(tx.response, 0) << tx.origin;
-        EXPECT_FALSE(tx.truePage.empty()) << tx.origin;
-    }
-}
-
-}  // namespace
-}  // namespace replay
-
-namespace replay {
-namespace {
 
 TEST(JsonlContract, EachBrokenRuleIsToldOnceAtItsFirstBreach)
 {
@@ -148,7 +113,13 @@ TEST(JsonlContract, EachBrokenRuleIsToldOnceAtItsFirstBreach)
             EXPECT_EQ(told[i].rfind(row.told[i], 0), 0u) << told[i];
         }
     }
-    EXPECT_TRUE(ReadJsonl("sample", SampleSession()).warnings.empty()) << "the bundled sample keeps the contract";
+    // The bundled sample reads cleanly, keeps the contract, every transaction whole and labelled.
+    const Trace sample = ReadJsonl("sample", SampleSession());
+    EXPECT_TRUE(sample.skipped.empty() && sample.warnings.empty());
+    EXPECT_GT(sample.events.size(), 50u);
+    for (const Transaction &tx : sample.transactions) {
+        EXPECT_TRUE(tx.request >= 0 && tx.response >= 0 && !tx.truePage.empty()) << tx.origin;
+    }
 }
 
 }  // namespace

@@ -42,18 +42,11 @@ private:
         if (s.contains("enum") && std::find(s["enum"].begin(), s["enum"].end(), v) == s["enum"].end()) {
             fault(v.dump() + " not in " + s["enum"].dump());
         }
-        if (s.contains("type")) {
-            const std::string type = s["type"];
-            const bool ok = type == "object"    ? v.is_object()
-                            : type == "array"   ? v.is_array()
-                            : type == "string"  ? v.is_string()
-                            : type == "integer" ? v.is_number_integer()
-                            : type == "boolean" ? v.is_boolean()
-                                                : v.is_number();
-            if (!ok) {
-                fault(v.dump() + " is not of type " + type);
-                return;
-            }
+        const std::string type = s.value("type", "");
+        if (!type.empty() && v.type_name() != type && !(type == "integer" && v.is_number_integer()) &&
+            !(type == "number" && v.is_number())) {
+            fault(v.dump() + " is not of type " + type);
+            return;
         }
         if (v.is_number() && ((s.contains("minimum") && v < s["minimum"]) || (s.contains("maximum") && v > s["maximum"]))) {
             fault(v.dump() + " out of range");

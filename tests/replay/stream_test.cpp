@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "../test_util.hpp"
 #include "session.hpp"
 
 namespace replay {
@@ -45,29 +46,24 @@ TEST(Stream, SameResultsAsTheWholeTrace)
     const SessionResult expected = Replay(whole, {});
     const std::vector<PageResult> got = streamed.result.pages.All(), want = expected.pages.All();
     ASSERT_EQ(got.size(), want.size());
+    auto fields = [](const PageResult &p) {
+        return Fields(p.id, p.kind, p.requests, p.responses, p.closedAt, p.kqi.ullPageDelay, p.kqi.uiDnsDelay,
+                      p.firstEvent);
+    };
     for (size_t i = 0; i < want.size(); ++i) {
-        EXPECT_EQ(got[i].id, want[i].id);
-        EXPECT_EQ(got[i].kind, want[i].kind) << got[i].id;
-        EXPECT_EQ(got[i].requests, want[i].requests) << got[i].id;
-        EXPECT_EQ(got[i].responses, want[i].responses) << got[i].id;
-        EXPECT_EQ(got[i].closedAt, want[i].closedAt) << got[i].id;
-        EXPECT_EQ(got[i].kqi.ullPageDelay, want[i].kqi.ullPageDelay) << got[i].id;
-        EXPECT_EQ(got[i].kqi.uiDnsDelay, want[i].kqi.uiDnsDelay) << got[i].id;
-        EXPECT_EQ(got[i].firstEvent, want[i].firstEvent) << got[i].id;
+        EXPECT_EQ(fields(got[i]), fields(want[i])) << "page " << i;
     }
     ASSERT_EQ(streamed.result.outcomes.size(), expected.outcomes.size());
     for (size_t i = 0; i < expected.outcomes.size(); ++i) {
         EXPECT_EQ(streamed.result.outcomes[i].pageId, expected.outcomes[i].pageId) << whole.events[i].origin;
     }
-    EXPECT_EQ(streamed.result.timerRuns, expected.timerRuns);
-    EXPECT_EQ(streamed.result.late, 0u);
+    EXPECT_EQ(Fields(streamed.result.timerRuns, streamed.result.late), Fields(expected.timerRuns, 0));
 
     // Without kept events the counts and pages are the same.
     const SessionReport lean = Stream(SampleSession(), false);
     EXPECT_TRUE(lean.trace->events.empty());
-    EXPECT_EQ(lean.result.events, whole.events.size());
-    EXPECT_EQ(lean.result.black, streamed.result.black);
-    EXPECT_EQ(lean.result.pages.size(), want.size());
+    EXPECT_EQ(Fields(lean.result.events, lean.result.black, lean.result.pages.size()),
+              Fields(whole.events.size(), streamed.result.black, want.size()));
 }
 
 TEST(Stream, ReorderWindow)
@@ -94,20 +90,16 @@ TEST(Stream, ReorderWindow)
         EXPECT_EQ(r.result.late, row.late) << row.name;
         EXPECT_EQ(r.result.events, row.ms.size()) << row.name << ": no line is dropped";
     }
-}
-
-TEST(Stream, WindowHoldsABoundedNumberOfLines)
-{
-    // With every line at one instant only the count bound lets lines go;
-    // the line after them is older than one already fed.
+    // The window holds a bounded number of lines: with every line at one
+    // instant only the count lets lines go; the line after them is older
+    // than one already fed.
     std::string text;
     for (size_t i = 0; i <= kReorderMaxLines; ++i) {
         text += Req(1000);
     }
     text += Req(0);
     const SessionReport r = Stream(text, false);
-    EXPECT_EQ(r.result.late, 1u);
-    EXPECT_EQ(r.result.events, kReorderMaxLines + 2);
+    EXPECT_EQ(Fields(r.result.late, r.result.events), Fields(1, kReorderMaxLines + 2));
 }
 
 TEST(PageRows, FinalRowsComeBackInIdOrder)
@@ -139,8 +131,7 @@ TEST(PageRows, FinalRowsComeBackInIdOrder)
         const uint64_t id = i == kRows ? kHuge : i + 1;
         ASSERT_EQ(all[i].id, id);
         EXPECT_EQ(all[i].host, host(id));
-        EXPECT_EQ(all[i].requests, static_cast<int>(id % 1000));
-        EXPECT_EQ(all[i].kqi.usCauseCode, 200);
+        EXPECT_EQ(Fields(all[i].requests, all[i].kqi.usCauseCode), Fields(id % 1000, 200));
     }
 }
 
