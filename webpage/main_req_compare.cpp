@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "compare_screen.hpp"
 #include "time_window.hpp"
 #include "webpage_util.hpp"
 
@@ -116,25 +117,42 @@ uint64_t TakeEvent(STPageNode *pstPage, STEventInfo *pstInfo)
 }
 
 // Necessary conditions of the main text rules (see UrlMayBeLocation): when
-// one fails, CompareMainReqStrWithDiffType finds the page different.
-bool LocationMayMatch(const STPageNode *pstPage, const STCompareInfo *pstCompare)
+// one fails, CompareMainReqStrWithDiffType finds the page different. The
+// event's side is read once per walk.
+__attribute__((always_inline)) inline bool LocationMayMatch(const STPageNode *pstPage, uint32_t uiURLKey,
+                                                            const orvane::LocationProbe &stProbe)
 {
-    return pstPage->uiLocationKey == pstCompare->uiURLKey ||
-           orvane::UrlMayBeLocation(pstCompare, pstPage->acLocation, pstPage->usLocationLen);
+    return pstPage->uiLocationKey == uiURLKey || stProbe.MayBe(pstPage->acLocation, pstPage->usLocationLen);
 }
 
-bool RefererMayMatch(const STPageNode *pstPage, const STCompareInfo *pstCompare)
-{
-    if (pstPage->uiURLKey == pstCompare->uiRefererKey) {
-        return true;
+class RefererProbe {
+public:
+    explicit RefererProbe(const STCompareInfo *pstCompare)
+        : m_uiKey(pstCompare->uiRefererKey),
+          m_r(pstCompare->usRefererLen),
+          m_bUsable(m_r != 0 && m_r <= pstCompare->usRefererMaxLen && pstCompare->pcReferer != nullptr),
+          m_cFirst(m_bUsable ? pstCompare->pcReferer[0] : '\0')
+    {
     }
-    const size_t r = pstCompare->usRefererLen;
-    const size_t g = pstPage->usHostLen;
-    if (pstPage->usURLLen == 0 || r == 0 || r > pstCompare->usRefererMaxLen || pstCompare->pcReferer == nullptr) {
-        return false;
+
+    __attribute__((always_inline)) bool MayMatch(const STPageNode *pstPage) const
+    {
+        if (pstPage->uiURLKey == m_uiKey) {
+            return true;
+        }
+        const size_t g = pstPage->usHostLen;
+        if (pstPage->usURLLen == 0 || !m_bUsable) {
+            return false;
+        }
+        return g == 0 || (m_r >= g && m_cFirst == pstPage->acHost[0]);
     }
-    return g == 0 || (r >= g && pstCompare->pcReferer[0] == pstPage->acHost[0]);
-}
+
+private:
+    uint32_t m_uiKey;
+    size_t m_r;
+    bool m_bUsable;
+    char m_cFirst;
+};
 
 // The page walk of CompareMainReqString, one per compare type so that the
 // rule's window constants fold into the test.
@@ -146,8 +164,11 @@ STTranNode *WalkMainPages(STTranManage *pstList, STEventInfo *pstInfo, STCompare
     // Only the location and URL rules test time inside this walk.
     constexpr bool bTimedInWalk =
         CompareType == COMPARE_URL_WITH_MAIN_REQ_LOCATION || CompareType == COMPARE_REFERER_WITH_MAIN_REQ_URL;
-    const orvane::TimeWindow stWindow(bTimedInWalk ? CompareType : uint32_t{COMPARE_NONE}, pstInfo->ullReqBeginTime,
-                                      pstInfo->ullReqEndTime, pstInfo->usCauseCode);
+    const orvane::FixedWindow<bTimedInWalk ? CompareType : uint32_t{COMPARE_NONE}> stWindow(
+        pstInfo->ullReqBeginTime, pstInfo->ullReqEndTime, pstInfo->usCauseCode);
+    const orvane::LocationProbe stLocation(pstCompare);
+    const RefererProbe stReferer(pstCompare);
+    const uint32_t uiURLKey = pstCompare->uiURLKey;
     return orvane::WalkList(pstList, [&](STTranNode *pstNode) {
         STPageNode *pstPage = PageOf(pstNode);
         LOG_TRACE_AS(pcFunc, ucTid, "PageType is %u, PageFlag is %u.", pstPage->uiPageType, pstPage->usPageFlag);
@@ -170,24 +191,50 @@ STTranNode *WalkMainPages(STTranManage *pstList, STEventInfo *pstInfo, STCompare
         if (uiSavedKey == 0) {
             return false;
         }
-        if (CompareType == COMPARE_URL_WITH_MAIN_REQ_LOCATION ? !LocationMayMatch(pstPage, pstCompare)
-                                                              : !RefererMayMatch(pstPage, pstCompare)) {
+        if (CompareType == COMPARE_URL_WITH_MAIN_REQ_LOCATION ? !LocationMayMatch(pstPage, uiURLKey, stLocation)
+                                                              : !stReferer.MayMatch(pstPage)) {
             return false;
         }
         return stWindow.FitsPage(*pstPage) && CompareMainReqStrWithDiffType(pstPage, pstCompare, CompareType) == 0;
     });
 }
 
+// The pages a main compare could take the event from, by the walk's own
+// tests short of the text equivalence: none, and the walk finds nothing.
+template <uint32_t CompareType>
+bool NoMainCandidate(const STWebPage *pstCtx, const STEventInfo *pstInfo)
+{
+    STCompareInfo stCompare;
+    orvane::FillCompareFields(pstInfo, &stCompare);
+    const orvane::FixedWindow<CompareType> stWindow(pstInfo->ullReqBeginTime, pstInfo->ullReqEndTime,
+                                                    pstInfo->usCauseCode);
+    const uint32_t uiHostKey = pstInfo->uiHostHashKey;
+    const uint32_t uiURLKey = pstInfo->uiURLHashKey;
+    const orvane::LocationProbe stLocation(&stCompare);
+    const RefererProbe stReferer(&stCompare);
+    return orvane::WalkList(&pstCtx->stPageNodeList, [&](STTranNode *pstNode) {
+               const STPageNode *pstPage = PageOf(pstNode);
+               if (!IsSuccessfulWebPage(pstPage)) {
+                   return false;
+               }
+               switch (CompareType) {
+                   case COMPARE_URL_WITH_MAIN_REQ_LOCATION:
+                       return pstPage->uiLocationKey != 0 && LocationMayMatch(pstPage, uiURLKey, stLocation) &&
+                              stWindow.FitsPage(*pstPage);
+                   case COMPARE_REFERER_WITH_MAIN_REQ_URL:
+                       return pstPage->uiURLKey != 0 && stReferer.MayMatch(pstPage) && stWindow.FitsPage(*pstPage);
+                   default:
+                       return PageTextsFit(pstPage) && pstPage->uiHostKey == uiHostKey;
+               }
+           }) == nullptr;
+}
+
 // With TRACE off and sound arguments a main compare logs nothing until it
-// has found no page, so when no page could take the event by its saved key
-// (the location rule needs one, the host rule needs the event's),
-// the compare record and the time windows need not be made. The pages
-// looked at are the walk's own.
+// has found no page, so when no page is a candidate the compare record need
+// not be made.
 bool MainCompareFindsNothing(const STEventInfo *pstInfo, uint32_t enCompareType)
 {
-    // The URL rule is left out: every page has a URL key.
-    if (g_enSDKLogLevel <= LOG_LEVEL_TRACE || pstInfo == nullptr || !orvane::IsValidThread(pstInfo->ucThreadID) ||
-        (enCompareType != COMPARE_URL_WITH_MAIN_REQ_LOCATION && enCompareType != COMPARE_HOST_WITH_MAIN_REQ_HOST)) {
+    if (g_enSDKLogLevel <= LOG_LEVEL_TRACE || pstInfo == nullptr || !orvane::IsValidThread(pstInfo->ucThreadID)) {
         return false;
     }
     const STWebPage *pstCtx = ContextOf(pstInfo->ucThreadID);
@@ -197,16 +244,16 @@ bool MainCompareFindsNothing(const STEventInfo *pstInfo, uint32_t enCompareType)
     if (pstInfo->usHostLen == 0 && pstInfo->usURLLen == 0 && pstInfo->usRefererUrlLen == 0) {
         return true;
     }
-    const uint32_t uiHostKey = pstInfo->uiHostHashKey;
-    return orvane::WalkList(&pstCtx->stPageNodeList, [&](STTranNode *pstNode) {
-               const STPageNode *pstPage = PageOf(pstNode);
-               if (!IsSuccessfulWebPage(pstPage)) {
-                   return false;
-               }
-               return enCompareType == COMPARE_URL_WITH_MAIN_REQ_LOCATION
-                          ? pstPage->uiLocationKey != 0
-                          : PageTextsFit(pstPage) && pstPage->uiHostKey == uiHostKey;
-           }) == nullptr;
+    switch (enCompareType) {
+        case COMPARE_URL_WITH_MAIN_REQ_LOCATION:
+            return NoMainCandidate<COMPARE_URL_WITH_MAIN_REQ_LOCATION>(pstCtx, pstInfo);
+        case COMPARE_REFERER_WITH_MAIN_REQ_URL:
+            return NoMainCandidate<COMPARE_REFERER_WITH_MAIN_REQ_URL>(pstCtx, pstInfo);
+        case COMPARE_HOST_WITH_MAIN_REQ_HOST:
+            return NoMainCandidate<COMPARE_HOST_WITH_MAIN_REQ_HOST>(pstCtx, pstInfo);
+        default:
+            return false;
+    }
 }
 
 }  // namespace
@@ -216,18 +263,7 @@ namespace orvane {
 uint32_t FillCompareInfo(STEventInfo *pstInfo, STCompareInfo *pstCompare, STTranManage *pstList, const char *pcFunc)
 {
     pstCompare->pstCompareList = pstList;
-    pstCompare->uiHostKey = pstInfo->uiHostHashKey;
-    pstCompare->uiURLKey = pstInfo->uiURLHashKey;
-    pstCompare->uiRefererKey = pstInfo->uiRefererHashKey;
-    pstCompare->usHostLen = pstInfo->usHostLen;
-    pstCompare->usHostMaxLen = HOST_MAX_LEN;
-    pstCompare->usURLLen = pstInfo->usURLLen;
-    pstCompare->usURLMaxLen = URL_MAX_LEN;
-    pstCompare->usRefererLen = pstInfo->usRefererUrlLen;
-    pstCompare->usRefererMaxLen = REFERER_MAX_LEN;
-    pstCompare->pcHost = pstInfo->acHost;
-    pstCompare->pcURL = pstInfo->acURL;
-    pstCompare->pcReferer = pstInfo->acRefererUrl;
+    FillCompareFields(pstInfo, pstCompare);
     const uint8_t ucTid = pstInfo->ucThreadID;
     LOG_TRACE_AS(pcFunc, ucTid, "CompareInfo,HostLen is %u,HostMaxLen is %u,HostKey is %u,Host is %s.",
                  pstCompare->usHostLen, pstCompare->usHostMaxLen, pstCompare->uiHostKey, pstCompare->pcHost);
