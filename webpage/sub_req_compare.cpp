@@ -106,7 +106,8 @@ bool StringMayMatch(const STMatchStrNode &stStr, const STCompareInfo &stCompare,
 // The verdicts are GetSubCompareInfo's and CompareSubReqString's.
 // The rule's constants fold into the window test when the type is known here.
 template <uint32_t CompareType>
-bool SubCompareFindsNothingFor(const STPageNode *pstPage, const STEventInfo *pstInfo)
+__attribute__((always_inline)) inline bool SubCompareFindsNothingFor(const STPageNode *pstPage,
+                                                                     const STEventInfo *pstInfo)
 {
     const SubRule &stRule = kSubRules[CompareType - COMPARE_URL_WITH_SUB_REQ_LOCATION];
     if (pstInfo->usHostLen == 0 && pstInfo->usURLLen == 0 && pstInfo->usRefererUrlLen == 0) {
@@ -363,8 +364,10 @@ uint64_t CompareRefererWithAllReqReferer(STEventInfo *pstInfo)
         }
         // Without its referer-key branch, CompareRefererWithReferer gives
         // the sub compare's result, which the screen may settle here.
+        // (SubCompareFindsNothing, inline: the record and thread were checked above.)
         const bool bSameKey = pstPage->uiRefererKey != 0 && pstPage->uiRefererKey == pstInfo->uiRefererHashKey;
-        ullPageID = !bSameKey && SubCompareFindsNothing(pstPage, pstInfo, COMPARE_REFERER_WITH_REFERER)
+        ullPageID = !bSameKey && g_enSDKLogLevel > LOG_LEVEL_TRACE &&
+                            SubCompareFindsNothingFor<COMPARE_REFERER_WITH_REFERER>(pstPage, pstInfo)
                         ? 0
                         : CompareRefererWithReferer(pstInfo, pstPage);
         return ullPageID != 0;
