@@ -116,6 +116,21 @@ uint64_t TakeEvent(STPageNode *pstPage, STEventInfo *pstInfo)
     return UpdatePageNode(pstPage, pstInfo, PAGE_TYPE_ASSOCIATE) == 0 ? pstPage->uiPageID : 0;
 }
 
+// The location or referer rule's page found: a redirect hop moves the
+// page's location on, then the page takes the event. Lines are
+// CompareMainReqString's.
+uint64_t TakeMainMatch(STPageNode *pstPage, STEventInfo *pstInfo, uint32_t enCompareType)
+{
+    if (enCompareType == COMPARE_URL_WITH_MAIN_REQ_LOCATION) {
+        SpecialProcUrlWithMainReqLocation(pstPage, pstInfo);
+    }
+    const uint64_t ullPageID = TakeEvent(pstPage, pstInfo);
+    if (ullPageID == 0) {
+        LOG_ERROR_AS("CompareMainReqString", pstInfo->ucThreadID, "Update page error.");
+    }
+    return ullPageID;
+}
+
 // Necessary conditions of the main text rules (see UrlMayBeLocation): when
 // one fails, CompareMainReqStrWithDiffType finds the page different. The
 // event's side is read once per walk.
@@ -202,7 +217,7 @@ STTranNode *WalkMainPages(STTranManage *pstList, STEventInfo *pstInfo, STCompare
 // The pages a main compare could take the event from, by the walk's own
 // tests short of the text equivalence: none, and the walk finds nothing.
 template <uint32_t CompareType>
-bool NoMainCandidate(const STWebPage *pstCtx, const STEventInfo *pstInfo)
+STTranNode *FirstMainCandidate(const STWebPage *pstCtx, const STEventInfo *pstInfo)
 {
     STCompareInfo stCompare;
     orvane::FillCompareFields(pstInfo, &stCompare);
@@ -226,34 +241,63 @@ bool NoMainCandidate(const STWebPage *pstCtx, const STEventInfo *pstInfo)
                    default:
                        return PageTextsFit(pstPage) && pstPage->uiHostKey == uiHostKey;
                }
-           }) == nullptr;
+           });
 }
 
+enum class MainScreen : uint8_t {
+    kWalk,     // compare as written
+    kNothing,  // the walk finds nothing
+    kSure,     // the walk stops on the candidate
+};
+
 // With TRACE off and sound arguments a main compare logs nothing until it
-// has found no page, so when no page is a candidate the compare record need
-// not be made.
-bool MainCompareFindsNothing(const STEventInfo *pstInfo, uint32_t enCompareType)
+// has found no page or found one, so the screen may settle it: no candidate
+// page, and nothing is found without a compare record; a first candidate
+// whose saved key is the event's (the location or referer rule, texts that
+// fit their arrays) is the page the walk stops on, as every page before it
+// fails a test the walk makes first.
+MainScreen ScreenMainCompare(const STEventInfo *pstInfo, uint32_t enCompareType, STPageNode **ppstSure)
 {
     if (g_enSDKLogLevel <= LOG_LEVEL_TRACE || pstInfo == nullptr || !orvane::IsValidThread(pstInfo->ucThreadID)) {
-        return false;
+        return MainScreen::kWalk;
     }
     const STWebPage *pstCtx = ContextOf(pstInfo->ucThreadID);
     if (pstCtx == nullptr) {
-        return false;
+        return MainScreen::kWalk;
     }
     if (pstInfo->usHostLen == 0 && pstInfo->usURLLen == 0 && pstInfo->usRefererUrlLen == 0) {
-        return true;
+        return MainScreen::kNothing;
     }
+    STTranNode *pstFirst = nullptr;
+    uint32_t uiSavedKey = 0;
+    uint32_t uiEventKey = 0;
     switch (enCompareType) {
         case COMPARE_URL_WITH_MAIN_REQ_LOCATION:
-            return NoMainCandidate<COMPARE_URL_WITH_MAIN_REQ_LOCATION>(pstCtx, pstInfo);
+            pstFirst = FirstMainCandidate<COMPARE_URL_WITH_MAIN_REQ_LOCATION>(pstCtx, pstInfo);
+            uiSavedKey = pstFirst != nullptr ? PageOf(pstFirst)->uiLocationKey : 0;
+            uiEventKey = pstInfo->uiURLHashKey;
+            break;
         case COMPARE_REFERER_WITH_MAIN_REQ_URL:
-            return NoMainCandidate<COMPARE_REFERER_WITH_MAIN_REQ_URL>(pstCtx, pstInfo);
+            pstFirst = FirstMainCandidate<COMPARE_REFERER_WITH_MAIN_REQ_URL>(pstCtx, pstInfo);
+            uiSavedKey = pstFirst != nullptr ? PageOf(pstFirst)->uiURLKey : 0;
+            uiEventKey = pstInfo->uiRefererHashKey;
+            break;
         case COMPARE_HOST_WITH_MAIN_REQ_HOST:
-            return NoMainCandidate<COMPARE_HOST_WITH_MAIN_REQ_HOST>(pstCtx, pstInfo);
+            // The host rule's page may still refuse by time and let older ones try.
+            pstFirst = FirstMainCandidate<COMPARE_HOST_WITH_MAIN_REQ_HOST>(pstCtx, pstInfo);
+            return pstFirst == nullptr ? MainScreen::kNothing : MainScreen::kWalk;
         default:
-            return false;
+            return MainScreen::kWalk;
     }
+    if (pstFirst == nullptr) {
+        return MainScreen::kNothing;
+    }
+    STPageNode *pstPage = PageOf(pstFirst);
+    if (uiSavedKey == 0 || uiSavedKey != uiEventKey || !PageTextsFit(pstPage)) {
+        return MainScreen::kWalk;
+    }
+    *ppstSure = pstPage;
+    return MainScreen::kSure;
 }
 
 }  // namespace
@@ -496,14 +540,7 @@ uint64_t CompareMainReqString(STEventInfo *pstInfo, STCompareInfo *pstCompare, u
     }
     STPageNode *pstPage = PageOf(pstHit);
     LOG_TRACE(ucTid, "Match page OK, pageid is %llu.", static_cast<unsigned long long>(pstPage->uiPageID));
-    if (enCompareType == COMPARE_URL_WITH_MAIN_REQ_LOCATION) {
-        SpecialProcUrlWithMainReqLocation(pstPage, pstInfo);
-    }
-    const uint64_t ullPageID = TakeEvent(pstPage, pstInfo);
-    if (ullPageID == 0) {
-        LOG_ERROR(ucTid, "Update page error.");
-    }
-    return ullPageID;
+    return TakeMainMatch(pstPage, pstInfo, enCompareType);
 }
 
 uint64_t SpecialProcHostWithMainReqHost(STPageNode *pstPage, STEventInfo *pstInfo, STCompareInfo *pstCompare,
@@ -566,8 +603,14 @@ void SpecialProcUrlWithMainReqLocation(STPageNode *pstPage, STEventInfo *pstInfo
 
 uint64_t CompareMainReqCommon(STEventInfo *pstInfo, uint32_t enCompareType)
 {
-    if (MainCompareFindsNothing(pstInfo, enCompareType)) {
-        return 0;
+    STPageNode *pstSure = nullptr;
+    switch (ScreenMainCompare(pstInfo, enCompareType, &pstSure)) {
+        case MainScreen::kNothing:
+            return 0;
+        case MainScreen::kSure:
+            return TakeMainMatch(pstSure, pstInfo, enCompareType);
+        case MainScreen::kWalk:
+            break;
     }
     STCompareInfo stCompare;
     std::memset(&stCompare, 0, sizeof(stCompare));
