@@ -1,6 +1,7 @@
 // The per-event shortcuts against plain oracles: word-at-a-time case-free
 // search, the hash continued from the host into the URL, and time windows
-// prepared once per walk against CompareMsgTime.
+// prepared once per walk (run-time and fixed rules) against CompareMsgTime,
+// and the first-byte location screen against the equivalence it guards.
 #include <cstring>
 #include <random>
 #include <string>
@@ -115,6 +116,53 @@ TEST(ShortcutOracle, UrlKeyIsTheHashOfTheAssembledUrl)
     }
 }
 
+TEST(ShortcutOracle, LocationScreenNeverRefusesAnEqualLocation)
+{
+    std::mt19937 rng(13);
+    const std::vector<std::string> hosts = {"shop.example", "s", "", std::string("sh\0p", 4)};
+    for (int i = 0; i < 100000; ++i) {
+        std::string host = hosts[rng() % hosts.size()];
+        std::string url = host + (rng() % 3 == 0 ? std::string() : "/" + Noise(rng, 12));
+        char acHost[HOST_MAX_LEN + 1] = {};
+        char acURL[URL_MAX_LEN + 1] = {};
+        std::memcpy(acHost, host.data(), host.size());
+        std::memcpy(acURL, url.data(), url.size());
+        STCompareInfo compare{};
+        compare.usHostLen = static_cast<uint16_t>(host.size());
+        compare.usURLLen = static_cast<uint16_t>(url.size());
+        compare.usHostMaxLen = HOST_MAX_LEN;
+        compare.usURLMaxLen = URL_MAX_LEN;
+        compare.pcHost = acHost;
+        compare.pcURL = acURL;
+        const std::string candidates[] = {url, url + "/", url.substr(url.size() / 2), host + ":80" + url.substr(host.size()),
+                                          Noise(rng, 20), "/" + Noise(rng, 6)};
+        std::string location = candidates[rng() % 6].substr(0, LOCATION_MAX_LEN);
+        char acLocation[LOCATION_MAX_LEN + 1] = {};
+        std::memcpy(acLocation, location.data(), location.size());
+        const uint16_t len = static_cast<uint16_t>(location.size());
+        if (!orvane::LocationProbe(&compare).MayBe(acLocation, len)) {
+            ASSERT_EQ(IsUrlSameAsLocation(&compare, acLocation, len), 0)
+                << testing::PrintToString(url) << " " << testing::PrintToString(location);
+        }
+    }
+}
+
+// A fixed rule's window for the run-time type, or false past the table.
+template <uint32_t T = 0>
+bool FixedFitsPage(uint32_t type, uint64_t b, uint64_t e, uint16_t eventCause, uint64_t first, uint64_t x,
+                   uint64_t y, uint32_t net, uint16_t cause)
+{
+    if constexpr (T < COMPARE_TRANS_WITH_PAGE_ALT + 1) {
+        if (type != T) {
+            return FixedFitsPage<T + 1>(type, b, e, eventCause, first, x, y, net, cause);
+        }
+        const orvane::FixedWindow<T> window(b, e, eventCause);
+        return window.FitsPage(first, x, y, window.LengthFor(net, cause));
+    } else {
+        return false;
+    }
+}
+
 using PreparedWindowTest = OneThreadTest;
 
 TEST_F(PreparedWindowTest, AgreesWithCompareMsgTimeOverAGrid)
@@ -142,6 +190,7 @@ TEST_F(PreparedWindowTest, AgreesWithCompareMsgTimeOverAGrid)
                                     const uint16_t eventCause = causes[(b / kSec) % 4];
                                     const bool inside = CompareMsgTime(first, b, e, x, y, type, net, cause,
                                                                        eventCause) == 0;
+                                    ASSERT_EQ(FixedFitsPage(type, b, e, eventCause, first, x, y, net, cause), inside);
                                     ASSERT_EQ(window.FitsPage(first, x, y, window.LengthFor(net, cause)), inside)
                                         << "type " << type << " begin " << b << " end " << e << " X " << x
                                         << " Y " << y << " net " << net << " cause " << cause;

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "compare_screen.hpp"
 #include "time_window.hpp"
 #include "webpage_util.hpp"
 
@@ -115,26 +116,58 @@ uint64_t TakeEvent(STPageNode *pstPage, STEventInfo *pstInfo)
     return UpdatePageNode(pstPage, pstInfo, PAGE_TYPE_ASSOCIATE) == 0 ? pstPage->uiPageID : 0;
 }
 
-// Necessary conditions of the main text rules (see UrlMayBeLocation): when
-// one fails, CompareMainReqStrWithDiffType finds the page different.
-bool LocationMayMatch(const STPageNode *pstPage, const STCompareInfo *pstCompare)
+// The location or referer rule's page found: a redirect hop moves the
+// page's location on, then the page takes the event. Lines are
+// CompareMainReqString's.
+uint64_t TakeMainMatch(STPageNode *pstPage, STEventInfo *pstInfo, uint32_t enCompareType)
 {
-    return pstPage->uiLocationKey == pstCompare->uiURLKey ||
-           orvane::UrlMayBeLocation(pstCompare, pstPage->acLocation, pstPage->usLocationLen);
+    if (enCompareType == COMPARE_URL_WITH_MAIN_REQ_LOCATION) {
+        SpecialProcUrlWithMainReqLocation(pstPage, pstInfo);
+    }
+    const uint64_t ullPageID = TakeEvent(pstPage, pstInfo);
+    if (ullPageID == 0) {
+        LOG_ERROR_AS("CompareMainReqString", pstInfo->ucThreadID, "Update page error.");
+    }
+    return ullPageID;
 }
 
-bool RefererMayMatch(const STPageNode *pstPage, const STCompareInfo *pstCompare)
+// Necessary conditions of the main text rules (see UrlMayBeLocation): when
+// one fails, CompareMainReqStrWithDiffType finds the page different. The
+// event's side is read once per walk.
+__attribute__((always_inline)) inline bool LocationMayMatch(const STPageNode *pstPage, uint32_t uiURLKey,
+                                                            const orvane::LocationProbe &stProbe)
 {
-    if (pstPage->uiURLKey == pstCompare->uiRefererKey) {
-        return true;
-    }
-    const size_t r = pstCompare->usRefererLen;
-    const size_t g = pstPage->usHostLen;
-    if (pstPage->usURLLen == 0 || r == 0 || r > pstCompare->usRefererMaxLen || pstCompare->pcReferer == nullptr) {
-        return false;
-    }
-    return g == 0 || (r >= g && pstCompare->pcReferer[0] == pstPage->acHost[0]);
+    return pstPage->uiLocationKey == uiURLKey || stProbe.MayBe(pstPage->acLocation, pstPage->usLocationLen);
 }
+
+class RefererProbe {
+public:
+    explicit RefererProbe(const STCompareInfo *pstCompare)
+        : m_uiKey(pstCompare->uiRefererKey),
+          m_r(pstCompare->usRefererLen),
+          m_bUsable(m_r != 0 && m_r <= pstCompare->usRefererMaxLen && pstCompare->pcReferer != nullptr),
+          m_cFirst(m_bUsable ? pstCompare->pcReferer[0] : '\0')
+    {
+    }
+
+    __attribute__((always_inline)) bool MayMatch(const STPageNode *pstPage) const
+    {
+        if (pstPage->uiURLKey == m_uiKey) {
+            return true;
+        }
+        const size_t g = pstPage->usHostLen;
+        if (pstPage->usURLLen == 0 || !m_bUsable) {
+            return false;
+        }
+        return g == 0 || (m_r >= g && m_cFirst == pstPage->acHost[0]);
+    }
+
+private:
+    uint32_t m_uiKey;
+    size_t m_r;
+    bool m_bUsable;
+    char m_cFirst;
+};
 
 // The page walk of CompareMainReqString, one per compare type so that the
 // rule's window constants fold into the test.
@@ -146,8 +179,11 @@ STTranNode *WalkMainPages(STTranManage *pstList, STEventInfo *pstInfo, STCompare
     // Only the location and URL rules test time inside this walk.
     constexpr bool bTimedInWalk =
         CompareType == COMPARE_URL_WITH_MAIN_REQ_LOCATION || CompareType == COMPARE_REFERER_WITH_MAIN_REQ_URL;
-    const orvane::TimeWindow stWindow(bTimedInWalk ? CompareType : uint32_t{COMPARE_NONE}, pstInfo->ullReqBeginTime,
-                                      pstInfo->ullReqEndTime, pstInfo->usCauseCode);
+    const orvane::FixedWindow<bTimedInWalk ? CompareType : uint32_t{COMPARE_NONE}> stWindow(
+        pstInfo->ullReqBeginTime, pstInfo->ullReqEndTime, pstInfo->usCauseCode);
+    const orvane::LocationProbe stLocation(pstCompare);
+    const RefererProbe stReferer(pstCompare);
+    const uint32_t uiURLKey = pstCompare->uiURLKey;
     return orvane::WalkList(pstList, [&](STTranNode *pstNode) {
         STPageNode *pstPage = PageOf(pstNode);
         LOG_TRACE_AS(pcFunc, ucTid, "PageType is %u, PageFlag is %u.", pstPage->uiPageType, pstPage->usPageFlag);
@@ -170,43 +206,98 @@ STTranNode *WalkMainPages(STTranManage *pstList, STEventInfo *pstInfo, STCompare
         if (uiSavedKey == 0) {
             return false;
         }
-        if (CompareType == COMPARE_URL_WITH_MAIN_REQ_LOCATION ? !LocationMayMatch(pstPage, pstCompare)
-                                                              : !RefererMayMatch(pstPage, pstCompare)) {
+        if (CompareType == COMPARE_URL_WITH_MAIN_REQ_LOCATION ? !LocationMayMatch(pstPage, uiURLKey, stLocation)
+                                                              : !stReferer.MayMatch(pstPage)) {
             return false;
         }
         return stWindow.FitsPage(*pstPage) && CompareMainReqStrWithDiffType(pstPage, pstCompare, CompareType) == 0;
     });
 }
 
-// With TRACE off and sound arguments a main compare logs nothing until it
-// has found no page, so when no page could take the event by its saved key
-// (the location rule needs one, the host rule needs the event's),
-// the compare record and the time windows need not be made. The pages
-// looked at are the walk's own.
-bool MainCompareFindsNothing(const STEventInfo *pstInfo, uint32_t enCompareType)
+// The pages a main compare could take the event from, by the walk's own
+// tests short of the text equivalence: none, and the walk finds nothing.
+template <uint32_t CompareType>
+STTranNode *FirstMainCandidate(const STWebPage *pstCtx, const STEventInfo *pstInfo)
 {
-    // The URL rule is left out: every page has a URL key.
-    if (g_enSDKLogLevel <= LOG_LEVEL_TRACE || pstInfo == nullptr || !orvane::IsValidThread(pstInfo->ucThreadID) ||
-        (enCompareType != COMPARE_URL_WITH_MAIN_REQ_LOCATION && enCompareType != COMPARE_HOST_WITH_MAIN_REQ_HOST)) {
-        return false;
-    }
-    const STWebPage *pstCtx = ContextOf(pstInfo->ucThreadID);
-    if (pstCtx == nullptr) {
-        return false;
-    }
-    if (pstInfo->usHostLen == 0 && pstInfo->usURLLen == 0 && pstInfo->usRefererUrlLen == 0) {
-        return true;
-    }
+    STCompareInfo stCompare;
+    orvane::FillCompareFields(pstInfo, &stCompare);
+    const orvane::FixedWindow<CompareType> stWindow(pstInfo->ullReqBeginTime, pstInfo->ullReqEndTime,
+                                                    pstInfo->usCauseCode);
     const uint32_t uiHostKey = pstInfo->uiHostHashKey;
+    const uint32_t uiURLKey = pstInfo->uiURLHashKey;
+    const orvane::LocationProbe stLocation(&stCompare);
+    const RefererProbe stReferer(&stCompare);
     return orvane::WalkList(&pstCtx->stPageNodeList, [&](STTranNode *pstNode) {
                const STPageNode *pstPage = PageOf(pstNode);
                if (!IsSuccessfulWebPage(pstPage)) {
                    return false;
                }
-               return enCompareType == COMPARE_URL_WITH_MAIN_REQ_LOCATION
-                          ? pstPage->uiLocationKey != 0
-                          : PageTextsFit(pstPage) && pstPage->uiHostKey == uiHostKey;
-           }) == nullptr;
+               switch (CompareType) {
+                   case COMPARE_URL_WITH_MAIN_REQ_LOCATION:
+                       return pstPage->uiLocationKey != 0 && LocationMayMatch(pstPage, uiURLKey, stLocation) &&
+                              stWindow.FitsPage(*pstPage);
+                   case COMPARE_REFERER_WITH_MAIN_REQ_URL:
+                       return pstPage->uiURLKey != 0 && stReferer.MayMatch(pstPage) && stWindow.FitsPage(*pstPage);
+                   default:
+                       return PageTextsFit(pstPage) && pstPage->uiHostKey == uiHostKey;
+               }
+           });
+}
+
+enum class MainScreen : uint8_t {
+    kWalk,     // compare as written
+    kNothing,  // the walk finds nothing
+    kSure,     // the walk stops on the candidate
+};
+
+// With TRACE off and sound arguments a main compare logs nothing until it
+// has found no page or found one, so the screen may settle it: no candidate
+// page, and nothing is found without a compare record; a first candidate
+// whose saved key is the event's (the location or referer rule, texts that
+// fit their arrays) is the page the walk stops on, as every page before it
+// fails a test the walk makes first.
+MainScreen ScreenMainCompare(const STEventInfo *pstInfo, uint32_t enCompareType, STPageNode **ppstSure)
+{
+    if (g_enSDKLogLevel <= LOG_LEVEL_TRACE || pstInfo == nullptr || !orvane::IsValidThread(pstInfo->ucThreadID)) {
+        return MainScreen::kWalk;
+    }
+    const STWebPage *pstCtx = ContextOf(pstInfo->ucThreadID);
+    if (pstCtx == nullptr) {
+        return MainScreen::kWalk;
+    }
+    if (pstInfo->usHostLen == 0 && pstInfo->usURLLen == 0 && pstInfo->usRefererUrlLen == 0) {
+        return MainScreen::kNothing;
+    }
+    STTranNode *pstFirst = nullptr;
+    uint32_t uiSavedKey = 0;
+    uint32_t uiEventKey = 0;
+    switch (enCompareType) {
+        case COMPARE_URL_WITH_MAIN_REQ_LOCATION:
+            pstFirst = FirstMainCandidate<COMPARE_URL_WITH_MAIN_REQ_LOCATION>(pstCtx, pstInfo);
+            uiSavedKey = pstFirst != nullptr ? PageOf(pstFirst)->uiLocationKey : 0;
+            uiEventKey = pstInfo->uiURLHashKey;
+            break;
+        case COMPARE_REFERER_WITH_MAIN_REQ_URL:
+            pstFirst = FirstMainCandidate<COMPARE_REFERER_WITH_MAIN_REQ_URL>(pstCtx, pstInfo);
+            uiSavedKey = pstFirst != nullptr ? PageOf(pstFirst)->uiURLKey : 0;
+            uiEventKey = pstInfo->uiRefererHashKey;
+            break;
+        case COMPARE_HOST_WITH_MAIN_REQ_HOST:
+            // The host rule's page may still refuse by time and let older ones try.
+            pstFirst = FirstMainCandidate<COMPARE_HOST_WITH_MAIN_REQ_HOST>(pstCtx, pstInfo);
+            return pstFirst == nullptr ? MainScreen::kNothing : MainScreen::kWalk;
+        default:
+            return MainScreen::kWalk;
+    }
+    if (pstFirst == nullptr) {
+        return MainScreen::kNothing;
+    }
+    STPageNode *pstPage = PageOf(pstFirst);
+    if (uiSavedKey == 0 || uiSavedKey != uiEventKey || !PageTextsFit(pstPage)) {
+        return MainScreen::kWalk;
+    }
+    *ppstSure = pstPage;
+    return MainScreen::kSure;
 }
 
 }  // namespace
@@ -216,18 +307,7 @@ namespace orvane {
 uint32_t FillCompareInfo(STEventInfo *pstInfo, STCompareInfo *pstCompare, STTranManage *pstList, const char *pcFunc)
 {
     pstCompare->pstCompareList = pstList;
-    pstCompare->uiHostKey = pstInfo->uiHostHashKey;
-    pstCompare->uiURLKey = pstInfo->uiURLHashKey;
-    pstCompare->uiRefererKey = pstInfo->uiRefererHashKey;
-    pstCompare->usHostLen = pstInfo->usHostLen;
-    pstCompare->usHostMaxLen = HOST_MAX_LEN;
-    pstCompare->usURLLen = pstInfo->usURLLen;
-    pstCompare->usURLMaxLen = URL_MAX_LEN;
-    pstCompare->usRefererLen = pstInfo->usRefererUrlLen;
-    pstCompare->usRefererMaxLen = REFERER_MAX_LEN;
-    pstCompare->pcHost = pstInfo->acHost;
-    pstCompare->pcURL = pstInfo->acURL;
-    pstCompare->pcReferer = pstInfo->acRefererUrl;
+    FillCompareFields(pstInfo, pstCompare);
     const uint8_t ucTid = pstInfo->ucThreadID;
     LOG_TRACE_AS(pcFunc, ucTid, "CompareInfo,HostLen is %u,HostMaxLen is %u,HostKey is %u,Host is %s.",
                  pstCompare->usHostLen, pstCompare->usHostMaxLen, pstCompare->uiHostKey, pstCompare->pcHost);
@@ -460,14 +540,7 @@ uint64_t CompareMainReqString(STEventInfo *pstInfo, STCompareInfo *pstCompare, u
     }
     STPageNode *pstPage = PageOf(pstHit);
     LOG_TRACE(ucTid, "Match page OK, pageid is %llu.", static_cast<unsigned long long>(pstPage->uiPageID));
-    if (enCompareType == COMPARE_URL_WITH_MAIN_REQ_LOCATION) {
-        SpecialProcUrlWithMainReqLocation(pstPage, pstInfo);
-    }
-    const uint64_t ullPageID = TakeEvent(pstPage, pstInfo);
-    if (ullPageID == 0) {
-        LOG_ERROR(ucTid, "Update page error.");
-    }
-    return ullPageID;
+    return TakeMainMatch(pstPage, pstInfo, enCompareType);
 }
 
 uint64_t SpecialProcHostWithMainReqHost(STPageNode *pstPage, STEventInfo *pstInfo, STCompareInfo *pstCompare,
@@ -530,8 +603,14 @@ void SpecialProcUrlWithMainReqLocation(STPageNode *pstPage, STEventInfo *pstInfo
 
 uint64_t CompareMainReqCommon(STEventInfo *pstInfo, uint32_t enCompareType)
 {
-    if (MainCompareFindsNothing(pstInfo, enCompareType)) {
-        return 0;
+    STPageNode *pstSure = nullptr;
+    switch (ScreenMainCompare(pstInfo, enCompareType, &pstSure)) {
+        case MainScreen::kNothing:
+            return 0;
+        case MainScreen::kSure:
+            return TakeMainMatch(pstSure, pstInfo, enCompareType);
+        case MainScreen::kWalk:
+            break;
     }
     STCompareInfo stCompare;
     std::memset(&stCompare, 0, sizeof(stCompare));

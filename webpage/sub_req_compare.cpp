@@ -3,6 +3,7 @@
 // and the referer-with-referer rule, which may open a new page instead.
 #include <cstring>
 
+#include "compare_screen.hpp"
 #include "time_window.hpp"
 #include "webpage_util.hpp"
 
@@ -77,9 +78,9 @@ STPageNode *LatestWebPage(STWebPage *pstCtx)
 }
 
 // Whether CompareSubReqStrWithDiffType could take the string: false only
-// where it certainly would not (see UrlMayBeLocation for the text rules).
+// where it certainly would not (see LocationProbe for the text rules).
 bool StringMayMatch(const STMatchStrNode &stStr, const STCompareInfo &stCompare, uint32_t enCompareType,
-                    uint32_t uiKey, bool bRefererText)
+                    uint32_t uiKey, bool bRefererText, const orvane::LocationProbe &stLocation)
 {
     if (stStr.usStrLen > MATCH_STR_MAX_LEN) {
         return false;
@@ -87,7 +88,7 @@ bool StringMayMatch(const STMatchStrNode &stStr, const STCompareInfo &stCompare,
     switch (enCompareType) {
         case COMPARE_URL_WITH_SUB_REQ_LOCATION:
             return stStr.uiHashKey != 0 && (stStr.uiHashKey == stCompare.uiURLKey ||
-                                            orvane::UrlMayBeLocation(&stCompare, stStr.acStr, stStr.usStrLen));
+                                            stLocation.MayBe(stStr.acStr, stStr.usStrLen));
         case COMPARE_REFERER_WITH_SUB_REQ_URL:
             return stStr.uiHashKey != 0 &&
                    (stStr.uiHashKey == stCompare.uiRefererKey || (bRefererText && stStr.usStrLen != 0));
@@ -105,7 +106,8 @@ bool StringMayMatch(const STMatchStrNode &stStr, const STCompareInfo &stCompare,
 // The verdicts are GetSubCompareInfo's and CompareSubReqString's.
 // The rule's constants fold into the window test when the type is known here.
 template <uint32_t CompareType>
-bool SubCompareFindsNothingFor(const STPageNode *pstPage, const STEventInfo *pstInfo)
+__attribute__((always_inline)) inline bool SubCompareFindsNothingFor(const STPageNode *pstPage,
+                                                                     const STEventInfo *pstInfo)
 {
     const SubRule &stRule = kSubRules[CompareType - COMPARE_URL_WITH_SUB_REQ_LOCATION];
     if (pstInfo->usHostLen == 0 && pstInfo->usURLLen == 0 && pstInfo->usRefererUrlLen == 0) {
@@ -114,19 +116,42 @@ bool SubCompareFindsNothingFor(const STPageNode *pstPage, const STEventInfo *pst
     if ((pstPage->*(stRule.pstList)).uiNodeNum == 0) {
         return true;
     }
-    const orvane::TimeWindow stWindow(CompareType, pstInfo->ullReqBeginTime, pstInfo->ullReqEndTime,
-                                      pstInfo->usCauseCode);
+    // The referer rule takes a string by its key alone: a list without the
+    // event's key finds nothing, whatever the page's window says.
+    if (CompareType == COMPARE_REFERER_WITH_REFERER) {
+        const uint32_t uiKey = pstInfo->uiRefererHashKey;
+        if (orvane::WalkList(&(pstPage->*(stRule.pstList)), [uiKey](STTranNode *pstNode) {
+                const STMatchStrNode *pstStr = MatchStrOf(pstNode);
+                return pstStr->uiHashKey == uiKey && pstStr->usStrLen <= MATCH_STR_MAX_LEN;
+            }) == nullptr) {
+            return true;
+        }
+    }
+    const orvane::FixedWindow<CompareType> stWindow(pstInfo->ullReqBeginTime, pstInfo->ullReqEndTime,
+                                                    pstInfo->usCauseCode);
     if (stWindow.PageRejects(pstPage->ullPageFirReq)) {
         return true;
     }
     const RefSource stRefBegin(stRule.enRefBegin, pstPage);
     const RefSource stRefEnd(stRule.enRefEnd, pstPage);
+    const uint64_t ullLength = stWindow.LengthFor(pstPage->enNetworkType, pstPage->usCauseCode);
     if (!stRefBegin.PerPage() || !stRefEnd.PerPage()) {
-        return false;
+        // The quiet walk's own screen and window, string by string.
+        STCompareInfo stCompare;
+        orvane::FillCompareFields(pstInfo, &stCompare);
+        const uint32_t uiKey =
+            CompareType == COMPARE_HOST_WITH_SUB_REQ_HOST ? stCompare.uiHostKey : stCompare.uiRefererKey;
+        const bool bRefererText = CompareType == COMPARE_REFERER_WITH_SUB_REQ_URL &&
+                                  orvane::RefererMayBeUrlOn(&stCompare, pstPage->acHost, pstPage->usHostLen);
+        const orvane::LocationProbe stLocation(&stCompare);
+        return orvane::WalkList(&(pstPage->*(stRule.pstList)), [&](STTranNode *pstNode) {
+                   const STMatchStrNode *pstStr = MatchStrOf(pstNode);
+                   return StringMayMatch(*pstStr, stCompare, CompareType, uiKey, bRefererText, stLocation) &&
+                          stWindow.Fits(stRefBegin.Of(pstStr), stRefEnd.Of(pstStr), ullLength);
+               }) == nullptr;
     }
     const STMatchStrNode *const pstAny = nullptr;
-    return !stWindow.Fits(stRefBegin.Of(pstAny), stRefEnd.Of(pstAny),
-                          stWindow.LengthFor(pstPage->enNetworkType, pstPage->usCauseCode));
+    return !stWindow.Fits(stRefBegin.Of(pstAny), stRefEnd.Of(pstAny), ullLength);
 }
 
 bool SubCompareFindsNothing(const STPageNode *pstPage, const STEventInfo *pstInfo, uint32_t enCompareType)
@@ -284,9 +309,10 @@ uint64_t CompareSubReqString(STEventInfo *pstInfo, STPageNode *pstPage, STCompar
         // the page's host, the same for every string.
         const bool bRefererText = bQuiet && enCompareType == COMPARE_REFERER_WITH_SUB_REQ_URL &&
                                   orvane::RefererMayBeUrlOn(pstCompare, pstPage->acHost, pstPage->usHostLen);
+        const orvane::LocationProbe stLocation(pstCompare);
         pstHit = orvane::WalkList(pstList, [&](STTranNode *pstNode) {
             STMatchStrNode *pstStr = MatchStrOf(pstNode);
-            if (bQuiet && !StringMayMatch(*pstStr, *pstCompare, enCompareType, uiKey, bRefererText)) {
+            if (bQuiet && !StringMayMatch(*pstStr, *pstCompare, enCompareType, uiKey, bRefererText, stLocation)) {
                 return false;
             }
             if (!stWindow.Fits(stRefBegin.Of(pstStr), stRefEnd.Of(pstStr), ullLength)) {
@@ -338,8 +364,10 @@ uint64_t CompareRefererWithAllReqReferer(STEventInfo *pstInfo)
         }
         // Without its referer-key branch, CompareRefererWithReferer gives
         // the sub compare's result, which the screen may settle here.
+        // (SubCompareFindsNothing, inline: the record and thread were checked above.)
         const bool bSameKey = pstPage->uiRefererKey != 0 && pstPage->uiRefererKey == pstInfo->uiRefererHashKey;
-        ullPageID = !bSameKey && SubCompareFindsNothing(pstPage, pstInfo, COMPARE_REFERER_WITH_REFERER)
+        ullPageID = !bSameKey && g_enSDKLogLevel > LOG_LEVEL_TRACE &&
+                            SubCompareFindsNothingFor<COMPARE_REFERER_WITH_REFERER>(pstPage, pstInfo)
                         ? 0
                         : CompareRefererWithReferer(pstInfo, pstPage);
         return ullPageID != 0;

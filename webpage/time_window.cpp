@@ -100,35 +100,41 @@ constexpr orvane::TimeJoinLines kWebPageTimeJoin{
     "Match page(webtype) with time is OK,Update page,PageID is %llu.",
 };
 
-// The two windows of the time-only walk, prepared once for all its pages.
+// The windows of the time-only walk, prepared once for all its pages: the
+// two rules with their bounds folded, and the web rule as the join takes it.
 struct TimeOnlyWindows {
-    orvane::TimeWindow stWebPage;
-    orvane::TimeWindow stOtherPage;
+    orvane::FixedWindow<COMPARE_TRANS_WITH_PAGE> stWebPage;
+    orvane::FixedWindow<COMPARE_APP_CORRELATION> stOtherPage;
+    orvane::TimeWindow stWebJoin;
 };
 
-// One page of the time-only walk: the ID that took the event, or 0 to go on.
+// Whether the page's window takes the event: a web page by the transaction
+// window, any other by the application window. Most pages are outside, so
+// the walk tests this inline and calls out only for a page that fits.
+__attribute__((always_inline)) inline bool FitsByTime(const STPageNode *pstPage, uint64_t ullBegin,
+                                                      const TimeOnlyWindows &stWindows)
+{
+    if (!orvane::MayJoinByTime(pstPage, ullBegin)) {
+        return false;
+    }
+    if (orvane::HasFlag(pstPage, PAGE_FLAG_WEBTYPE)) {
+        const auto &stWeb = stWindows.stWebPage;
+        return stWeb.Fits(pstPage->ullPageLastReq, pstPage->ullPageLastRsp, stWeb.LengthFor(pstPage->enNetworkType, 0));
+    }
+    const auto &stOther = stWindows.stOtherPage;
+    return stOther.Fits(pstPage->ullPageLastReq, pstPage->ullPageLastRsp, stOther.LengthFor(pstPage->enNetworkType, 0));
+}
+
+// A page that FitsByTime: the ID that took the event, or 0 to go on.
 uint64_t MatchPageByTime(STPageNode *pstPage, STEventInfo *pstInfo, const TimeOnlyWindows &stWindows)
 {
     const uint8_t ucThreadID = pstInfo->ucThreadID;
-    const uint64_t ullBegin = pstInfo->ullReqBeginTime;
-    if (!orvane::MayJoinByTime(pstPage, ullBegin)) {
-        return 0;
-    }
     if (orvane::HasFlag(pstPage, PAGE_FLAG_WEBTYPE)) {
-        // The join's own first test, inline: most pages are outside.
-        const orvane::TimeWindow &stWeb = stWindows.stWebPage;
-        if (!stWeb.Fits(pstPage->ullPageLastReq, pstPage->ullPageLastRsp, stWeb.LengthFor(pstPage->enNetworkType, 0))) {
-            return 0;
-        }
-        return orvane::JoinByTransWindow(pstPage, pstInfo, stWeb, kAllPageFunc, kWebPageTimeJoin) ? pstPage->uiPageID
-                                                                                                   : 0;
+        return orvane::JoinByTransWindow(pstPage, pstInfo, stWindows.stWebJoin, kAllPageFunc, kWebPageTimeJoin)
+                   ? pstPage->uiPageID
+                   : 0;
     }
 
-    const orvane::TimeWindow &stWindow = stWindows.stOtherPage;
-    if (!stWindow.Fits(pstPage->ullPageLastReq, pstPage->ullPageLastRsp,
-                       stWindow.LengthFor(pstPage->enNetworkType, 0))) {
-        return 0;
-    }
     LOG_TRACE_AS(kAllPageFunc, ucThreadID, "Page is not webtype,match page with time is OK.");
     // A web request near an application's traffic starts a page of its own
     // rather than being buried in the application's page.
@@ -270,15 +276,21 @@ uint64_t CompareMsgTimeWithAllPageNode(STEventInfo *pstInfo)
 
     // Newest page first, so among pages all within their windows the most
     // recently opened one takes the event.
+    const uint64_t ullBegin = pstInfo->ullReqBeginTime;
+    const uint64_t ullEnd = pstInfo->ullReqEndTime;
+    const uint16_t usCause = pstInfo->usCauseCode;
     const TimeOnlyWindows stWindows{
-        orvane::TimeWindow(COMPARE_TRANS_WITH_PAGE, pstInfo->ullReqBeginTime, pstInfo->ullReqEndTime,
-                           pstInfo->usCauseCode),
-        orvane::TimeWindow(COMPARE_APP_CORRELATION, pstInfo->ullReqBeginTime, pstInfo->ullReqEndTime,
-                           pstInfo->usCauseCode),
+        orvane::FixedWindow<COMPARE_TRANS_WITH_PAGE>(ullBegin, ullEnd, usCause),
+        orvane::FixedWindow<COMPARE_APP_CORRELATION>(ullBegin, ullEnd, usCause),
+        orvane::TimeWindow(COMPARE_TRANS_WITH_PAGE, ullBegin, ullEnd, usCause),
     };
     uint64_t ullPageID = 0;
     orvane::WalkList(&pstContext->stPageNodeList, [&](STTranNode *pstNode) {
-        ullPageID = MatchPageByTime(orvane::PageOf(pstNode), pstInfo, stWindows);
+        STPageNode *pstPage = orvane::PageOf(pstNode);
+        if (!FitsByTime(pstPage, pstInfo->ullReqBeginTime, stWindows)) {
+            return false;
+        }
+        ullPageID = MatchPageByTime(pstPage, pstInfo, stWindows);
         return ullPageID != 0;
     });
     if (ullPageID == 0) {

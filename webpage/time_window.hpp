@@ -75,14 +75,28 @@ inline constexpr WindowRule kWindowRules[] = {
 static_assert(sizeof(kWindowRules) / sizeof(kWindowRules[0]) == COMPARE_TRANS_WITH_PAGE_ALT + 1,
               "one window per compare type");
 
-class TimeWindow {
+// A rule fixed at compile time: a walk whose compare type is a constant
+// reads the same row as TimeWindow, with its bounds folded into the tests.
+template <uint32_t CompareType>
+struct FixedRule {
+    static_assert(CompareType < sizeof(kWindowRules) / sizeof(kWindowRules[0]), "a compare type with a window");
+    static constexpr WindowKind enKind = kWindowRules[CompareType].enKind;
+    static constexpr uint8_t ucRow = kWindowRules[CompareType].ucRow;
+    static constexpr Bound enAfterRefBegin = kWindowRules[CompareType].enAfterRefBegin;
+    static constexpr Bound enAfterRefEnd = kWindowRules[CompareType].enAfterRefEnd;
+    static constexpr bool bNeedsBothRefs = kWindowRules[CompareType].bNeedsBothRefs;
+    static constexpr bool bDouble407 = kWindowRules[CompareType].bDouble407;
+};
+
+// The window of one rule for one event; Rule is a WindowRule read at run time
+// or a FixedRule.
+template <typename Rule>
+class BasicTimeWindow {
 public:
-    // Takes the compare type's row (an unknown type is never inside) and
-    // where its thresholds are, the 407 code and whether the event's status
-    // counts as answered.
-    TimeWindow(uint32_t enCompareType, uint64_t ullBegin, uint64_t ullEnd, uint16_t usEventCauseCode)
-        : m_stRule(enCompareType < sizeof(kWindowRules) / sizeof(kWindowRules[0]) ? kWindowRules[enCompareType]
-                                                                                  : kWindowRules[COMPARE_NONE]),
+    // Takes the rule, where its thresholds are, the 407 code and whether the
+    // event's status counts as answered.
+    BasicTimeWindow(const Rule &stRule, uint64_t ullBegin, uint64_t ullEnd, uint16_t usEventCauseCode)
+        : m_stRule(stRule),
           m_us407(g_ausCauseCode407[0]),
           // Only the time-only rules look at the event's status.
           m_bStatusOk(m_stRule.enKind == WindowKind::kStatusAware && IsRsponseOK(usEventCauseCode) != 0),
@@ -137,7 +151,7 @@ public:
     __attribute__((always_inline)) bool FitsPage(uint64_t ullPageFirReq, uint64_t ullRefBegin, uint64_t ullRefEnd,
                                                   uint64_t ullLength) const
     {
-        return !(m_ullBegin != 0 && ullPageFirReq > m_ullBegin) && Fits(ullRefBegin, ullRefEnd, ullLength);
+        return !PageRejects(ullPageFirReq) && Fits(ullRefBegin, ullRefEnd, ullLength);
     }
 
     // FitsPage's test that depends on the page alone: when it holds, no
@@ -166,13 +180,33 @@ private:
                (WithinAfter(m_ullBegin, ullRef, ullLength, enBound) || WithinAfter(m_ullEnd, ullRef, ullLength, enBound));
     }
 
-    WindowRule m_stRule;
+    Rule m_stRule;
     uint16_t m_us407;
     bool m_bStatusOk;
     const uint32_t *m_puiThresholdRow;  // the rule's row of g_auiTimeThreshold, in ms
     uint64_t m_ullFallback;
     uint64_t m_ullBegin;
     uint64_t m_ullEnd;
+};
+
+// A compare type known only at run time (an unknown type is never inside).
+class TimeWindow : public BasicTimeWindow<WindowRule> {
+public:
+    TimeWindow(uint32_t enCompareType, uint64_t ullBegin, uint64_t ullEnd, uint16_t usEventCauseCode)
+        : BasicTimeWindow(enCompareType < sizeof(kWindowRules) / sizeof(kWindowRules[0]) ? kWindowRules[enCompareType]
+                                                                                         : kWindowRules[COMPARE_NONE],
+                          ullBegin, ullEnd, usEventCauseCode)
+    {
+    }
+};
+
+template <uint32_t CompareType>
+class FixedWindow : public BasicTimeWindow<FixedRule<CompareType>> {
+public:
+    FixedWindow(uint64_t ullBegin, uint64_t ullEnd, uint16_t usEventCauseCode)
+        : BasicTimeWindow<FixedRule<CompareType>>(FixedRule<CompareType>{}, ullBegin, ullEnd, usEventCauseCode)
+    {
+    }
 };
 
 }  // namespace orvane

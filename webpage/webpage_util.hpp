@@ -11,6 +11,7 @@
 #include "list_walk.hpp"
 #include "log_macros.h"
 #include "tran_ops.hpp"
+#include "compare_screen.hpp"
 #include "webpage_internal.h"
 
 namespace orvane {
@@ -371,24 +372,11 @@ inline bool RefererIsUrl(STCompareInfo *pstCompare, uint32_t uiURLKey, char *pcU
 }
 
 // Necessary conditions of the two text equivalences above, read from first
-// bytes: when one is false the equivalence is false. The equivalences also
-// write a NUL at the saved text's and the event referer's length; every
-// writer of those texts (pages, saved strings, intake) terminates them
-// there, so a caller that skips them on these grounds changes no byte.
-inline bool UrlMayBeLocation(const STCompareInfo *pstCompare, const char *pcLocation, size_t l)
-{
-    const size_t h = pstCompare->usHostLen;
-    const size_t u = pstCompare->usURLLen;
-    if (l == 0 || u == 0 || h > pstCompare->usHostMaxLen || u > pstCompare->usURLMaxLen ||
-        pstCompare->pcHost == nullptr || pstCompare->pcURL == nullptr || u < h || pstCompare->usURLMaxLen < h) {
-        return false;
-    }
-    if (h == 0) {
-        return true;
-    }
-    const size_t p = u - h;
-    return pcLocation[0] == pstCompare->pcHost[0] || (p != 0 && p >= l && pcLocation[0] == pstCompare->pcURL[h]);
-}
+// bytes: LocationProbe (compare_screen.hpp) and RefererMayBeUrlOn. When one
+// is false the equivalence is false. The equivalences also write a NUL at
+// the saved text's and the event referer's length; every writer of those
+// texts (pages, saved strings, intake) terminates them there, so a caller
+// that skips them on these grounds changes no byte.
 
 // The referer part, which depends on the saved URL's host alone (the page's
 // host for every saved string of a page).
