@@ -131,7 +131,7 @@ uint32_t ProcessPageListTimeOut(uint32_t uiThreadID, uint8_t ucProcType, uint8_t
         return 0;
     }
     STTranManage *pstList = PageListOf(pstCtx, ucListType);
-    const uint32_t uiPageNum = GetTranNodeNum(pstList);
+    const uint32_t uiPageNum = pstList->uiNodeNum;
     if (uiPageNum == 0) {
         LOG_TRACE(uiThreadID, "Page is empty.");
         return 0;
@@ -142,6 +142,12 @@ uint32_t ProcessPageListTimeOut(uint32_t uiThreadID, uint8_t ucProcType, uint8_t
     uint32_t uiClosed = 0;
     (void)orvane::WalkList(pstList, uiPageNum, [&](STTranNode *pstNode) {
         STPageNode *pstPage = PageOf(pstNode);
+        // Most runs only count a quiet page: ProcessPageNodeTimeOut's first
+        // step, taken here without the call (it logs nothing on that path).
+        if (ucProcType == PAGE_PROC_TIMER && pstPage->ucTimeOutNum < QuietRunLimit()) {
+            pstPage->ucTimeOutNum++;
+            return false;
+        }
         if (ProcessPageNodeTimeOut(uiThreadID, pstPage, ucProcType, ucReport) != 1) {
             return false;
         }
