@@ -118,7 +118,31 @@ void TakeEndpoints(const STWebPageEvent *pstEvent, STEventInfo *pstInfo)
     pstInfo->enNetworkType = pstEvent->enNetworkType;
 }
 
-// The helpers below log under the name of the reader that calls them.
+// AssemblyString's join, for callers whose arguments are known sound (a
+// destination shorter than its capacity, a source of at least one byte).
+inline void Join(char *pcDst, uint16_t *pusDstLen, const char *pcSrc, uint16_t usSrcLen, uint16_t usDstMax)
+{
+    uint32_t uiLen = *pusDstLen;
+    if (uiLen <= usSrcLen && StartsWithText(pcSrc, pcDst, static_cast<uint16_t>(uiLen))) {
+        // The path already carries the host (or there is no host): take it alone.
+        uiLen = usSrcLen < usDstMax ? usSrcLen : usDstMax;
+        ORV_MEMCPY(pcDst, usDstMax, pcSrc, uiLen);
+    } else {
+        if (uiLen != 0 && pcDst[uiLen - 1] != '/') {
+            pcDst[uiLen++] = '/';
+        }
+        const uint32_t uiRoom = usDstMax - uiLen;
+        const uint32_t uiTake = usSrcLen <= uiRoom ? usSrcLen : uiRoom;
+        ORV_MEMCPY(pcDst + uiLen, uiRoom, pcSrc, uiTake);
+        uiLen += uiTake;
+    }
+    pcDst[uiLen] = '\0';
+    *pusDstLen = static_cast<uint16_t>(uiLen);
+}
+
+// The helpers below log under the name of the reader that calls them; kLog
+// false builds them for a level found off.
+template <bool kLog>
 void TakeContentType(const STWebPageEvent *pstEvent, STEventInfo *pstInfo, const char *pcFunc)
 {
     if (!HasText(pstEvent->pucContentType, pstEvent->usContentTypeLen)) {
@@ -126,13 +150,24 @@ void TakeContentType(const STWebPageEvent *pstEvent, STEventInfo *pstInfo, const
     }
     pstInfo->usContentTypeLen =
         CopyCut(pstInfo->acContentType, CONTENT_TYPE_MAX_LEN, pstEvent->pucContentType, pstEvent->usContentTypeLen);
-    LOG_INFO_AS(pcFunc, pstInfo->ucThreadID, "ContentTypeLen is %u,ContentType is [%s].",
+    LOG_INFO_IF(kLog, pcFunc, pstInfo->ucThreadID, "ContentTypeLen is %u,ContentType is [%s].",
                 pstInfo->usContentTypeLen, pstInfo->acContentType);
+}
+
+// LocationIsHttps's test, its line under its own name.
+template <bool kLog>
+void MarkHttpsLocation(STEventInfo *pstInfo, uint16_t usCompareLen)
+{
+    if (StartsWithNoCase(pstInfo->acLocation, kHttpsScheme, usCompareLen)) {
+        LOG_TRACE_IF(kLog, "LocationIsHttps", LOG_TID_NONE, "Set page location flag is belongs to https");
+        pstInfo->ucLocationHttps = 1;
+    }
 }
 
 // Only a redirect's Location names where the page goes next: it is copied,
 // and normalised. A request's is first tested for https, on the text as
 // received, since ProcLocation strips the scheme.
+template <bool kLog>
 void TakeRedirectLocation(const STWebPageEvent *pstEvent, STEventInfo *pstInfo, const char *pcFunc, bool bRequest)
 {
     if (IsRedirect(pstInfo->usCauseCode) == 0 || !HasText(pstEvent->pucLocation, pstEvent->usLocationLen)) {
@@ -142,14 +177,16 @@ void TakeRedirectLocation(const STWebPageEvent *pstEvent, STEventInfo *pstInfo, 
     pstInfo->usLocationLen =
         CopyCut(pstInfo->acLocation, LOCATION_MAX_LEN, pstEvent->pucLocation, pstEvent->usLocationLen);
     if (bRequest) {
-        LOG_INFO_AS(pcFunc, ucTid, "LocationLen is %u,Location is [%s].", pstInfo->usLocationLen, pstInfo->acLocation);
-        LOG_TRACE_AS(pcFunc, ucTid, "check location is belongs to https*********.");
-        LocationIsHttps(pstInfo, kHttpsSchemeLen);
+        LOG_INFO_IF(kLog, pcFunc, ucTid, "LocationLen is %u,Location is [%s].", pstInfo->usLocationLen,
+                    pstInfo->acLocation);
+        LOG_TRACE_IF(kLog, pcFunc, ucTid, "check location is belongs to https*********.");
+        MarkHttpsLocation<kLog>(pstInfo, kHttpsSchemeLen);
     } else {
-        LOG_INFO_AS(pcFunc, ucTid, "LocationLen is %u,Location is [%s]", pstInfo->usLocationLen, pstInfo->acLocation);
+        LOG_INFO_IF(kLog, pcFunc, ucTid, "LocationLen is %u,Location is [%s]", pstInfo->usLocationLen,
+                    pstInfo->acLocation);
     }
     ProcLocation(pstInfo->acLocation, LOCATION_MAX_LEN, &pstInfo->usLocationLen, &pstInfo->uiLocationHashKey);
-    LOG_TRACE_AS(pcFunc, ucTid, "After process, LocationLen is %u,Location is [%s], LocationHashKey is %u.",
+    LOG_TRACE_IF(kLog, pcFunc, ucTid, "After process, LocationLen is %u,Location is [%s], LocationHashKey is %u.",
                  pstInfo->usLocationLen, pstInfo->acLocation, pstInfo->uiLocationHashKey);
 }
 
@@ -170,22 +207,7 @@ void AssemblyString(char *pcDst, uint16_t *pusDstLen, const char *pcSrc, uint16_
     if (pcDst == nullptr || pusDstLen == nullptr || pcSrc == nullptr || usSrcLen == 0 || *pusDstLen >= usDstMax) {
         return;
     }
-    uint32_t uiLen = *pusDstLen;
-    if (uiLen <= usSrcLen && StartsWithText(pcSrc, pcDst, static_cast<uint16_t>(uiLen))) {
-        // The path already carries the host (or there is no host): take it alone.
-        uiLen = usSrcLen < usDstMax ? usSrcLen : usDstMax;
-        ORV_MEMCPY(pcDst, usDstMax, pcSrc, uiLen);
-    } else {
-        if (uiLen != 0 && pcDst[uiLen - 1] != '/') {
-            pcDst[uiLen++] = '/';
-        }
-        const uint32_t uiRoom = usDstMax - uiLen;
-        const uint32_t uiTake = usSrcLen <= uiRoom ? usSrcLen : uiRoom;
-        ORV_MEMCPY(pcDst + uiLen, uiRoom, pcSrc, uiTake);
-        uiLen += uiTake;
-    }
-    pcDst[uiLen] = '\0';
-    *pusDstLen = static_cast<uint16_t>(uiLen);
+    Join(pcDst, pusDstLen, pcSrc, usSrcLen, usDstMax);
 }
 
 void ProcLocation(char *pcLocation, uint16_t usMax, uint16_t *pusLen, uint32_t *puiHashKey)
@@ -230,9 +252,10 @@ void LocationIsHttps(STEventInfo *pstInfo, uint16_t usCompareLen)
     if (pstInfo == nullptr) {
         return;
     }
-    if (StartsWithNoCase(pstInfo->acLocation, kHttpsScheme, usCompareLen)) {
-        LOG_TRACE(LOG_TID_NONE, "Set page location flag is belongs to https");
-        pstInfo->ucLocationHttps = 1;
+    if (orvane::LogOff()) {
+        MarkHttpsLocation<false>(pstInfo, usCompareLen);
+    } else {
+        MarkHttpsLocation<true>(pstInfo, usCompareLen);
     }
 }
 
@@ -248,22 +271,27 @@ uint32_t IsRedirect(uint16_t usCauseCode)
     return (bRedirect3xx || Is407CauseCode(usCauseCode) != 0) ? 1u : 0u;
 }
 
-uint32_t GetReqEventInfo(const STWebPageEvent *pstEvent, STEventInfo *pstInfo)
+}  // extern "C"
+
+namespace {
+
+// The readers' bodies, built for an off level (kLog false) and as written;
+// the lines name the exported readers. Nothing here calls daemon code.
+template <bool kLog>
+uint32_t ReadRequest(const STWebPageEvent *pstEvent, STEventInfo *pstInfo)
 {
-    if (!orvane::RecordArgsOk(__func__, pstInfo, pstEvent != nullptr, LOG_TID_NONE, "para err.", "ucThreadID err.")) {
-        return 1;
-    }
+    const char *const pcFunc = "GetReqEventInfo";
     const uint8_t ucTid = pstInfo->ucThreadID;
 
     TakeEndpoints(pstEvent, pstInfo);
-    LOG_TRACE(ucTid, "ClientPort is %u,ServerPort is %u,ClientIp is %u, ServerIp is %u.", pstInfo->usClientPort,
+    LOG_TRACE_IF(kLog, pcFunc, ucTid, "ClientPort is %u,ServerPort is %u,ClientIp is %u, ServerIp is %u.", pstInfo->usClientPort,
               pstInfo->usServerPort, pstInfo->uiClientIp, pstInfo->uiServerIp);
 
     pstInfo->ullReqBeginTime = pstEvent->ullMsgBeginTime;
     pstInfo->ullReqEndTime = pstEvent->ullMsgEndTime;
     pstInfo->ullMsgEndTime = pstEvent->ullMsgEndTime;
     pstInfo->ullFirTime = pstEvent->ullFirTime;
-    LOG_TRACE(ucTid, "ReqBeginTime is %llu,ReqEndTime is %llu,MsgEndTime is %llu,FirTime is %llu.",
+    LOG_TRACE_IF(kLog, pcFunc, ucTid, "ReqBeginTime is %llu,ReqEndTime is %llu,MsgEndTime is %llu,FirTime is %llu.",
               Llu(pstInfo->ullReqBeginTime), Llu(pstInfo->ullReqEndTime), Llu(pstInfo->ullMsgEndTime),
               Llu(pstInfo->ullFirTime));
 
@@ -271,15 +299,15 @@ uint32_t GetReqEventInfo(const STWebPageEvent *pstEvent, STEventInfo *pstInfo)
     pstInfo->uiReqMethod = pstEvent->ucReqMethod;
     pstInfo->ucFinRst = pstEvent->ucFinRst;
     pstInfo->uiEventID = pstEvent->usEventID;
-    LOG_TRACE(ucTid, "CauseCode is %u,ReqMethod is %u.", pstInfo->usCauseCode, pstInfo->uiReqMethod);
+    LOG_TRACE_IF(kLog, pcFunc, ucTid, "CauseCode is %u,ReqMethod is %u.", pstInfo->usCauseCode, pstInfo->uiReqMethod);
 
     if (HasText(pstEvent->pucURL, pstEvent->usURLLen)) {
         pstInfo->usUriLen = CopyCut(pstInfo->acUri, URI_MAX_LEN, pstEvent->pucURL, pstEvent->usURLLen);
-        LOG_INFO(ucTid, "UriLen is %u,Uri is [%s].", pstInfo->usUriLen, pstInfo->acUri);
+        LOG_INFO_IF(kLog, pcFunc, ucTid, "UriLen is %u,Uri is [%s].", pstInfo->usUriLen, pstInfo->acUri);
     }
     if (HasText(pstEvent->pucHost, pstEvent->usHostLen)) {
         pstInfo->usHostLen = CopyCut(pstInfo->acHost, HOST_MAX_LEN, pstEvent->pucHost, pstEvent->usHostLen);
-        LOG_INFO(ucTid, "HostLen is %u,Host is [%s].", pstInfo->usHostLen, pstInfo->acHost);
+        LOG_INFO_IF(kLog, pcFunc, ucTid, "HostLen is %u,Host is [%s].", pstInfo->usHostLen, pstInfo->acHost);
     }
 
     // The referer path waits in a scratch text until the referer host is in place.
@@ -288,25 +316,26 @@ uint32_t GetReqEventInfo(const STWebPageEvent *pstEvent, STEventInfo *pstInfo)
     uint16_t usReferPathLen = 0;
     if (HasText(pstEvent->pucReferURL, pstEvent->usReferURLLen)) {
         usReferPathLen = CopyCut(acReferPath, REFERER_PATH_MAX_LEN, pstEvent->pucReferURL, pstEvent->usReferURLLen);
-        LOG_INFO(ucTid, "RefererLen is %u,Referer is [%s].", usReferPathLen, acReferPath);
+        LOG_INFO_IF(kLog, pcFunc, ucTid, "RefererLen is %u,Referer is [%s].", usReferPathLen, acReferPath);
     }
     if (HasText(pstEvent->pucReferHost, pstEvent->usReferHostLen)) {
         // The referer host is cut like a host, although its array holds a whole URL.
         pstInfo->usRefererUrlLen =
             CopyCut(pstInfo->acRefererUrl, HOST_MAX_LEN, pstEvent->pucReferHost, pstEvent->usReferHostLen);
-        LOG_INFO(ucTid, "RefererHostLen is %u,RefererHost is [%s].", pstInfo->usRefererUrlLen,
+        LOG_INFO_IF(kLog, pcFunc, ucTid, "RefererHostLen is %u,RefererHost is [%s].", pstInfo->usRefererUrlLen,
                  pstInfo->acRefererUrl);
     }
     if (usReferPathLen != 0) {
-        AssemblyString(pstInfo->acRefererUrl, &pstInfo->usRefererUrlLen, acReferPath, usReferPathLen,
-                       REFERER_MAX_LEN);
+        if (pstInfo->usRefererUrlLen < REFERER_MAX_LEN) {
+            Join(pstInfo->acRefererUrl, &pstInfo->usRefererUrlLen, acReferPath, usReferPathLen, REFERER_MAX_LEN);
+        }
         pstInfo->acRefererUrl[pstInfo->usRefererUrlLen] = '\0';
-        LOG_TRACE(ucTid, "After assembly, RefererUrlLen is %u,RefererUrl is [%s].", pstInfo->usRefererUrlLen,
+        LOG_TRACE_IF(kLog, pcFunc, ucTid, "After assembly, RefererUrlLen is %u,RefererUrl is [%s].", pstInfo->usRefererUrlLen,
                   pstInfo->acRefererUrl);
     }
     if (pstInfo->usRefererUrlLen != 0) {
         pstInfo->uiRefererHashKey = LowerAndHashKey(pstInfo->acRefererUrl, pstInfo->usRefererUrlLen);
-        LOG_TRACE(ucTid, "After Hash,RefererUrlLen is %u,RefererUrl is [%s],RefererHashKey is %u.",
+        LOG_TRACE_IF(kLog, pcFunc, ucTid, "After Hash,RefererUrlLen is %u,RefererUrl is [%s],RefererHashKey is %u.",
                   pstInfo->usRefererUrlLen, pstInfo->acRefererUrl, pstInfo->uiRefererHashKey);
     }
 
@@ -315,18 +344,20 @@ uint32_t GetReqEventInfo(const STWebPageEvent *pstEvent, STEventInfo *pstInfo)
     if (pstInfo->usHostLen != 0) {
         uiHostHash = LowerAndHash(0, pstInfo->acHost, pstInfo->usHostLen, &ulHostHashed);
         pstInfo->uiHostHashKey = uiHostHash & kHashMask;
-        LOG_TRACE(ucTid, "After Hash,HostLen is %u,Host is [%s],HostHashKey is %u.", pstInfo->usHostLen,
+        LOG_TRACE_IF(kLog, pcFunc, ucTid, "After Hash,HostLen is %u,Host is [%s],HostHashKey is %u.", pstInfo->usHostLen,
                   pstInfo->acHost, pstInfo->uiHostHashKey);
         // The URL starts from the host already in small letters.
         ORV_MEMCPY(pstInfo->acURL, URL_MAX_LEN, pstInfo->acHost, pstInfo->usHostLen);
         pstInfo->usURLLen = pstInfo->usHostLen;
         pstInfo->acURL[pstInfo->usURLLen] = '\0';
-        LOG_TRACE(ucTid, "Copy Host to URL,URLLen is %u,URL is [%s].", pstInfo->usURLLen, pstInfo->acURL);
+        LOG_TRACE_IF(kLog, pcFunc, ucTid, "Copy Host to URL,URLLen is %u,URL is [%s].", pstInfo->usURLLen, pstInfo->acURL);
     }
     if (pstInfo->usUriLen != 0) {
-        AssemblyString(pstInfo->acURL, &pstInfo->usURLLen, pstInfo->acUri, pstInfo->usUriLen, URL_MAX_LEN);
+        if (pstInfo->usURLLen < URL_MAX_LEN) {
+            Join(pstInfo->acURL, &pstInfo->usURLLen, pstInfo->acUri, pstInfo->usUriLen, URL_MAX_LEN);
+        }
         pstInfo->acURL[pstInfo->usURLLen] = '\0';
-        LOG_TRACE(ucTid, "After assembly,URLLen is %u,URL is [%s].", pstInfo->usURLLen, pstInfo->acURL);
+        LOG_TRACE_IF(kLog, pcFunc, ucTid, "After assembly,URLLen is %u,URL is [%s].", pstInfo->usURLLen, pstInfo->acURL);
     }
     if (pstInfo->usURLLen != 0) {
         // Whether the path was appended or carried the host itself, the URL
@@ -344,20 +375,19 @@ uint32_t GetReqEventInfo(const STWebPageEvent *pstEvent, STEventInfo *pstInfo)
                                      static_cast<uint32_t>(pstInfo->usURLLen - ulHostLen), &ulHashed);
         }
         pstInfo->uiURLHashKey = uiURLHash & kHashMask;
-        LOG_TRACE(ucTid, "After Hash,URLLen is %u,URL is [%s],URLHashKey is %u.", pstInfo->usURLLen, pstInfo->acURL,
+        LOG_TRACE_IF(kLog, pcFunc, ucTid, "After Hash,URLLen is %u,URL is [%s],URLHashKey is %u.", pstInfo->usURLLen, pstInfo->acURL,
                   pstInfo->uiURLHashKey);
     }
 
-    TakeContentType(pstEvent, pstInfo, __func__);
-    TakeRedirectLocation(pstEvent, pstInfo, __func__, true);
+    TakeContentType<kLog>(pstEvent, pstInfo, pcFunc);
+    TakeRedirectLocation<kLog>(pstEvent, pstInfo, pcFunc, true);
     return 0;
 }
 
-uint32_t GetRspEventInfo(const STWebPageEvent *pstEvent, STEventInfo *pstInfo)
+template <bool kLog>
+uint32_t ReadResponse(const STWebPageEvent *pstEvent, STEventInfo *pstInfo)
 {
-    if (!orvane::RecordArgsOk(__func__, pstInfo, pstEvent != nullptr, LOG_TID_ANY, "Para err.", "ucThreadID err.")) {
-        return 1;
-    }
+    const char *const pcFunc = "GetRspEventInfo";
     const uint8_t ucTid = pstInfo->ucThreadID;
 
     TakeEndpoints(pstEvent, pstInfo);
@@ -368,13 +398,33 @@ uint32_t GetRspEventInfo(const STWebPageEvent *pstEvent, STEventInfo *pstInfo)
     pstInfo->usCauseCode = static_cast<uint16_t>(pstEvent->usRspCode & 0xFFFFu);
     pstInfo->ucFinRst = pstEvent->ucFinRst;
     pstInfo->uiEventID = pstEvent->usEventID;
-    LOG_TRACE(ucTid, "ReqBeginTime is %llu,ReqEndTime is %llu,MsgEndTime is %llu,FirTime is %llu.",
+    LOG_TRACE_IF(kLog, pcFunc, ucTid, "ReqBeginTime is %llu,ReqEndTime is %llu,MsgEndTime is %llu,FirTime is %llu.",
               Llu(pstInfo->ullReqBeginTime), Llu(pstInfo->ullReqEndTime), Llu(pstInfo->ullMsgEndTime),
               Llu(pstInfo->ullFirTime));
 
-    TakeContentType(pstEvent, pstInfo, __func__);
-    TakeRedirectLocation(pstEvent, pstInfo, __func__, false);
+    TakeContentType<kLog>(pstEvent, pstInfo, pcFunc);
+    TakeRedirectLocation<kLog>(pstEvent, pstInfo, pcFunc, false);
     return 0;
+}
+
+}  // namespace
+
+extern "C" {
+
+uint32_t GetReqEventInfo(const STWebPageEvent *pstEvent, STEventInfo *pstInfo)
+{
+    if (!orvane::RecordArgsOk(__func__, pstInfo, pstEvent != nullptr, LOG_TID_NONE, "para err.", "ucThreadID err.")) {
+        return 1;
+    }
+    return orvane::LogOff() ? ReadRequest<false>(pstEvent, pstInfo) : ReadRequest<true>(pstEvent, pstInfo);
+}
+
+uint32_t GetRspEventInfo(const STWebPageEvent *pstEvent, STEventInfo *pstInfo)
+{
+    if (!orvane::RecordArgsOk(__func__, pstInfo, pstEvent != nullptr, LOG_TID_ANY, "Para err.", "ucThreadID err.")) {
+        return 1;
+    }
+    return orvane::LogOff() ? ReadResponse<false>(pstEvent, pstInfo) : ReadResponse<true>(pstEvent, pstInfo);
 }
 
 }  // extern "C"
