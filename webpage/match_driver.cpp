@@ -76,7 +76,6 @@ void MarkFlowBlack(STEventInfo *pstInfo, uint8_t ucBlack)
 bool HasHost(const STEventInfo &stInfo) { return stInfo.uiHostHashKey != 0; }
 bool HasUrl(const STEventInfo &stInfo) { return stInfo.uiURLHashKey != 0; }
 bool HasReferer(const STEventInfo &stInfo) { return stInfo.uiRefererHashKey != 0; }
-bool Always(const STEventInfo &) { return true; }
 bool HasNoKeys(const STEventInfo &stInfo) { return !HasHost(stInfo) && !HasUrl(stInfo) && !HasReferer(stInfo); }
 // The URL was assembled without a host.
 bool LacksHost(const STEventInfo &stInfo) { return stInfo.usURLLen == 0 || stInfo.acURL[0] == '/'; }
@@ -88,42 +87,44 @@ uint64_t RunMainCompare(STEventInfo *pstInfo)
     return CompareMainReqCommon(pstInfo, CompareType);
 }
 
+// The heartbeat rule. With the level off, a host that is not the heartbeat
+// host ends ProcessHeartBeat before anything but its TRACE line, so the call
+// is left out (the caller checked the record and its thread already).
+uint64_t RunHeartBeat(STEventInfo *pstInfo)
+{
+    if (orvane::LogOff() && pstInfo->uiHostHashKey != g_stPageConfig.uiHeartBeatHostKey) {
+        return 0;
+    }
+    return ProcessHeartBeat(pstInfo);
+}
+
 enum class RuleEnd : uint8_t {
     kOnMatch,    // log the matched line and stop when the rule names a page
     kLogAlways,  // log the matched line whatever the result; stop on a page
     kLast,       // log the matched line and the closing line; the result is final
-    kRefuse,     // a guard: log the line at ERROR and stop without a page
 };
 
-struct MatchRule {
-    bool (*applies)(const STEventInfo &);
-    uint64_t (*run)(STEventInfo *);
-    const char *before;   // TRACE line before the rule runs, or null
-    const char *matched;  // format with the page ID (the ERROR text of a guard)
-    RuleEnd end;
-};
-
-// Order is policy: the first rule that names a page wins.
-constexpr MatchRule kMatchRules[] = {
-    {HasHost, ProcessHeartBeat, nullptr, "Event is HeartBeat, PageID = %llu.", RuleEnd::kOnMatch},
-    {HasNoKeys, nullptr, nullptr, "ReqInfo is NULL.", RuleEnd::kRefuse},
-    {HasUrl, RunMainCompare<COMPARE_URL_WITH_MAIN_REQ_LOCATION>, "Matching main location with URL.",
-     "URL match main location is OK, PageID = %llu.", RuleEnd::kOnMatch},
-    {HasUrl, CompareUrlWithSubReqLocation, "Matching sub location with URL.",
-     "URL match sub location is OK, PageID = %llu.", RuleEnd::kOnMatch},
-    {LacksHost, ProcessSpecialUri, nullptr, "Special URL, PageID = %llu.", RuleEnd::kLogAlways},
-    {HasReferer, RunMainCompare<COMPARE_REFERER_WITH_MAIN_REQ_URL>, "Matching main URL with referer.",
-     "Referer match main URL is OK, PageID = %llu.", RuleEnd::kOnMatch},
-    {HasReferer, CompareRefererWithSubReqUrl, "Matching sub URL with referer.",
-     "Referer match sub URL is OK, PageID = %llu.", RuleEnd::kOnMatch},
-    {HasReferer, CompareRefererWithAllReqReferer, "Matching main referer with referer.",
-     "Referer match main referer is OK, PageID = %llu.", RuleEnd::kOnMatch},
-    {HasHost, RunMainCompare<COMPARE_HOST_WITH_MAIN_REQ_HOST>, "Matching main host with host.",
-     "Host match main host is OK, PageID = %llu.", RuleEnd::kOnMatch},
-    {HasHost, CompareHostWithSubReqHost, "Matching sub host with host.",
-     "Host match sub host is OK, PageID = %llu.", RuleEnd::kOnMatch},
-    {Always, CompareMsgTimeWithAllPageNode, nullptr, "Time match, PageID = %llu.", RuleEnd::kLast},
-};
+// Runs one rule that applies: its line before, the rule, its matched line
+// (a format with the page ID). True when the rule ends the match, with the
+// result in *pullPageID.
+template <RuleEnd kEnd, uint64_t (*Run)(STEventInfo *)>
+inline bool RunRule(STEventInfo *pstInfo, const char *pcBefore, const char *pcMatched, uint64_t *pullPageID)
+{
+    const uint32_t uiTid = pstInfo->ucThreadID;
+    const char *const pcFunc = "WebPageMsgMatch";
+    if (pcBefore != nullptr) {
+        LOG_TRACE_AS(pcFunc, uiTid, "%s", pcBefore);
+    }
+    const uint64_t ullPageID = Run(pstInfo);
+    if (ullPageID != 0 || kEnd != RuleEnd::kOnMatch) {
+        LOG_TRACE_AS(pcFunc, uiTid, pcMatched, (unsigned long long)ullPageID);
+    }
+    if (kEnd == RuleEnd::kLast) {
+        LOG_TRACE_AS(pcFunc, uiTid, "****Match webpage is end*********************************.");
+    }
+    *pullPageID = ullPageID;
+    return ullPageID != 0 || kEnd == RuleEnd::kLast;
+}
 
 }  // namespace
 
@@ -204,30 +205,64 @@ uint64_t WebPageMsgMatch(STEventInfo *pstInfo)
     const uint32_t uiTid = pstInfo->ucThreadID;
     LOG_TRACE(uiTid, "****Match webpage is begin*********************************.");
 
-    for (const MatchRule &stRule : kMatchRules) {
-        if (!stRule.applies(*pstInfo)) {
-            continue;
-        }
-        if (stRule.end == RuleEnd::kRefuse) {
-            LOG_ERROR(uiTid, "%s", stRule.matched);
-            return 0;
-        }
-        if (stRule.before != nullptr) {
-            LOG_TRACE(uiTid, "%s", stRule.before);
-        }
-        const uint64_t ullPageID = stRule.run(pstInfo);
-        if (ullPageID != 0 || stRule.end != RuleEnd::kOnMatch) {
-            LOG_TRACE(uiTid, stRule.matched, (unsigned long long)ullPageID);
-        }
-        if (stRule.end == RuleEnd::kLast) {
-            LOG_TRACE(uiTid, "****Match webpage is end*********************************.");
-            return ullPageID;
-        }
-        if (ullPageID != 0) {
-            return ullPageID;
-        }
+    // Order is policy: the first rule that names a page wins. Whether a rule
+    // applies is read from the record just before it, as a rule may write it.
+    uint64_t ullPageID = 0;
+    if (HasHost(*pstInfo) && RunRule<RuleEnd::kOnMatch, RunHeartBeat>(
+                                 pstInfo, nullptr, "Event is HeartBeat, PageID = %llu.", &ullPageID)) {
+        return ullPageID;
     }
-    return 0;
+    if (HasNoKeys(*pstInfo)) {
+        LOG_ERROR(uiTid, "%s", "ReqInfo is NULL.");
+        return 0;
+    }
+    if (HasUrl(*pstInfo) &&
+        RunRule<RuleEnd::kOnMatch, RunMainCompare<COMPARE_URL_WITH_MAIN_REQ_LOCATION>>(
+            pstInfo, "Matching main location with URL.", "URL match main location is OK, PageID = %llu.",
+            &ullPageID)) {
+        return ullPageID;
+    }
+    if (HasUrl(*pstInfo) &&
+        RunRule<RuleEnd::kOnMatch, CompareUrlWithSubReqLocation>(pstInfo, "Matching sub location with URL.",
+                                                                 "URL match sub location is OK, PageID = %llu.",
+                                                                 &ullPageID)) {
+        return ullPageID;
+    }
+    if (LacksHost(*pstInfo) &&
+        RunRule<RuleEnd::kLogAlways, ProcessSpecialUri>(pstInfo, nullptr, "Special URL, PageID = %llu.", &ullPageID)) {
+        return ullPageID;
+    }
+    if (HasReferer(*pstInfo) &&
+        RunRule<RuleEnd::kOnMatch, RunMainCompare<COMPARE_REFERER_WITH_MAIN_REQ_URL>>(
+            pstInfo, "Matching main URL with referer.", "Referer match main URL is OK, PageID = %llu.", &ullPageID)) {
+        return ullPageID;
+    }
+    if (HasReferer(*pstInfo) &&
+        RunRule<RuleEnd::kOnMatch, CompareRefererWithSubReqUrl>(pstInfo, "Matching sub URL with referer.",
+                                                                "Referer match sub URL is OK, PageID = %llu.",
+                                                                &ullPageID)) {
+        return ullPageID;
+    }
+    if (HasReferer(*pstInfo) &&
+        RunRule<RuleEnd::kOnMatch, CompareRefererWithAllReqReferer>(pstInfo, "Matching main referer with referer.",
+                                                                    "Referer match main referer is OK, PageID = %llu.",
+                                                                    &ullPageID)) {
+        return ullPageID;
+    }
+    if (HasHost(*pstInfo) &&
+        RunRule<RuleEnd::kOnMatch, RunMainCompare<COMPARE_HOST_WITH_MAIN_REQ_HOST>>(
+            pstInfo, "Matching main host with host.", "Host match main host is OK, PageID = %llu.", &ullPageID)) {
+        return ullPageID;
+    }
+    if (HasHost(*pstInfo) &&
+        RunRule<RuleEnd::kOnMatch, CompareHostWithSubReqHost>(pstInfo, "Matching sub host with host.",
+                                                              "Host match sub host is OK, PageID = %llu.",
+                                                              &ullPageID)) {
+        return ullPageID;
+    }
+    (void)RunRule<RuleEnd::kLast, CompareMsgTimeWithAllPageNode>(pstInfo, nullptr, "Time match, PageID = %llu.",
+                                                                  &ullPageID);
+    return ullPageID;
 }
 
 uint64_t ProcessNoMsgOrMatchFail(STEventInfo *pstInfo, uint8_t bIsAllRuleMatchFail)

@@ -71,51 +71,15 @@ STMatchStrNode *FindString(const STTranManage *pstList, uint32_t uiKey)
                                               [&](const STMatchStrNode *pstStr) { return pstStr->uiHashKey == uiKey; });
 }
 
-}  // namespace
-
-extern "C" {
-
-void SaveStringCommon(STEventInfo *pstInfo)
+// SaveString's work once the kind is known and the arguments checked.
+inline void SaveKind(STEventInfo *pstInfo, STPageNode *pstPage, CMemPool *pstPool, uint64_t ullBeginTime,
+                     uint64_t ullEndTime, const MatchStrKind &stKind)
 {
-    if (pstInfo == nullptr || pstInfo->pstFlowInfo == nullptr || pstInfo->pstFlowInfo->ullAssociatePageID == 0) {
+    STTranManage *pstList = &(pstPage->*(stKind.pstList));
+    if (pstList->uiNodeNum > MATCH_STR_NODE_NUM) {
         return;
     }
-    STPageNode *pstPage = FlowAssociatePage(pstInfo);
-    // Deep association chains stop here: strings of level 4 are the last.
-    if (pstPage == nullptr || pstInfo->uiMatchLevel > MATCH_LEVEL_SAVE_MAX) {
-        return;
-    }
-    const uint64_t ullBegin =
-        pstInfo->ullReqBeginTime > pstInfo->ullRspBeginTime ? pstInfo->ullReqBeginTime : pstInfo->ullRspBeginTime;
-    const uint64_t ullEnd = pstInfo->ullMsgEndTime != 0 ? pstInfo->ullMsgEndTime : ullBegin;
-    if (ullBegin == 0 && ullEnd == 0) {
-        return;
-    }
-    for (const MatchStrKind &stKind : kKinds) {
-        const uint32_t uiKey = pstInfo->*(stKind.puiKey);
-        if (uiKey != 0 && uiKey != pstPage->*(stKind.puiFirstReqKey)) {
-            SaveString(pstInfo, pstPage, ullBegin, ullEnd, stKind.uiKind);
-        }
-    }
-}
-
-void SaveString(STEventInfo *pstInfo, STPageNode *pstPage, uint64_t ullBeginTime, uint64_t ullEndTime,
-                uint32_t uiStrType)
-{
-    const MatchStrKind *pstKind = KindOf(uiStrType);
-    if (pstInfo == nullptr || pstPage == nullptr || pstKind == nullptr) {
-        return;
-    }
-    STTranManage *pstList = &(pstPage->*(pstKind->pstList));
-    if (pstList->uiNodeNum > MATCH_STR_NODE_NUM || !IsValidThread(pstInfo->ucThreadID)) {
-        return;
-    }
-    STWebPage *pstCtx = ContextOf(pstInfo->ucThreadID);
-    if (pstCtx == nullptr) {
-        return;
-    }
-    CMemPool *pstPool = &pstCtx->stMatchStrMemPool;
-    const uint32_t uiKey = pstInfo->*(pstKind->puiKey);
+    const uint32_t uiKey = pstInfo->*(stKind.puiKey);
 
     STMatchStrNode *pstStr = FindString(pstList, uiKey);
     if (pstStr != nullptr) {
@@ -141,15 +105,61 @@ void SaveString(STEventInfo *pstInfo, STPageNode *pstPage, uint64_t ullBeginTime
         return;
     }
     pstStr = MatchStrOf(pstNode);
-    const size_t len =
-        Smaller(Smaller(pstInfo->*(pstKind->pusLen), pstKind->textCapacity), MATCH_STR_MAX_LEN);
+    const size_t len = Smaller(Smaller(pstInfo->*(stKind.pusLen), stKind.textCapacity), MATCH_STR_MAX_LEN);
     pstStr->ullBeginTime = ullBeginTime;
     pstStr->ullEndTime = ullEndTime;
     pstStr->usStrLen = static_cast<uint16_t>(len);
     pstStr->uiHashKey = uiKey;
-    ORV_MEMCPY(pstStr->acStr, MATCH_STR_MAX_LEN, TextOf(pstInfo, *pstKind), len);
+    ORV_MEMCPY(pstStr->acStr, MATCH_STR_MAX_LEN, TextOf(pstInfo, stKind), len);
     pstStr->acStr[len] = '\0';
     pstStr->uiMatchLevel = pstInfo->uiMatchLevel + 1;
+}
+
+}  // namespace
+
+extern "C" {
+
+void SaveStringCommon(STEventInfo *pstInfo)
+{
+    if (pstInfo == nullptr || pstInfo->pstFlowInfo == nullptr || pstInfo->pstFlowInfo->ullAssociatePageID == 0) {
+        return;
+    }
+    STPageNode *pstPage = FlowAssociatePage(pstInfo);
+    // Deep association chains stop here: strings of level 4 are the last.
+    if (pstPage == nullptr || pstInfo->uiMatchLevel > MATCH_LEVEL_SAVE_MAX) {
+        return;
+    }
+    const uint64_t ullBegin =
+        pstInfo->ullReqBeginTime > pstInfo->ullRspBeginTime ? pstInfo->ullReqBeginTime : pstInfo->ullRspBeginTime;
+    const uint64_t ullEnd = pstInfo->ullMsgEndTime != 0 ? pstInfo->ullMsgEndTime : ullBegin;
+    if (ullBegin == 0 && ullEnd == 0) {
+        return;
+    }
+    // FlowAssociatePage found the page through the thread's context.
+    CMemPool *pstPool = &ContextOf(pstInfo->ucThreadID)->stMatchStrMemPool;
+    for (const MatchStrKind &stKind : kKinds) {
+        const uint32_t uiKey = pstInfo->*(stKind.puiKey);
+        if (uiKey != 0 && uiKey != pstPage->*(stKind.puiFirstReqKey)) {
+            SaveKind(pstInfo, pstPage, pstPool, ullBegin, ullEnd, stKind);
+        }
+    }
+}
+
+void SaveString(STEventInfo *pstInfo, STPageNode *pstPage, uint64_t ullBeginTime, uint64_t ullEndTime,
+                uint32_t uiStrType)
+{
+    const MatchStrKind *pstKind = KindOf(uiStrType);
+    if (pstInfo == nullptr || pstPage == nullptr || pstKind == nullptr) {
+        return;
+    }
+    if ((pstPage->*(pstKind->pstList)).uiNodeNum > MATCH_STR_NODE_NUM || !IsValidThread(pstInfo->ucThreadID)) {
+        return;
+    }
+    STWebPage *pstCtx = ContextOf(pstInfo->ucThreadID);
+    if (pstCtx == nullptr) {
+        return;
+    }
+    SaveKind(pstInfo, pstPage, &pstCtx->stMatchStrMemPool, ullBeginTime, ullEndTime, *pstKind);
 }
 
 void ReleaseMatchList(STTranManage *pstList, CMemPool *pstPool)
