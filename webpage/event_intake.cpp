@@ -25,48 +25,68 @@ constexpr char kHttpsScheme[] = "https://";
 constexpr uint16_t kHttpSchemeLen = sizeof(kHttpScheme) - 1;
 constexpr uint16_t kHttpsSchemeLen = sizeof(kHttpsScheme) - 1;
 
-// Lower-cases ASCII capitals in n bytes, eight at a time.
-void LowerInPlace(char *pcText, size_t n)
+constexpr uint64_t kByteOnes = 0x0101010101010101ull;
+constexpr uint64_t kByteHighs = 0x8080808080808080ull;
+constexpr uint32_t kHashFactor4 = kHashFactor * kHashFactor * kHashFactor * kHashFactor;
+constexpr uint32_t kHashFactor8 = kHashFactor4 * kHashFactor4;
+
+// The hash's steps over the bytes of a word in memory order, as a sum:
+// b0 * 31^(n-1) + ... + b(n-1), modulo 2^32. Bytes are paired in 16-bit
+// lanes (31 * b + b' stays below 2^13), the pairs in 32-bit lanes (below
+// 2^23), so no lane carries into the next before the last step.
+inline uint32_t HashOfWord4(uint32_t uiWord)
 {
-    size_t i = 0;
-    for (; i + 8 <= n; i += 8) {
-        uint64_t ullWord;
-        std::memcpy(&ullWord, pcText + i, sizeof(ullWord));
-        ullWord = orvane::LowerWord(ullWord);
-        std::memcpy(pcText + i, &ullWord, sizeof(ullWord));
-    }
-    for (; i < n; ++i) {
-        pcText[i] = LowerAscii(pcText[i]);
-    }
+    const uint32_t uiPairs = (uiWord & 0x00FF00FFu) * kHashFactor + ((uiWord >> 8) & 0x00FF00FFu);
+    return (uiPairs & 0xFFFFu) * (kHashFactor * kHashFactor) + (uiPairs >> 16);
 }
 
-// The hash's step, four bytes at once: h * 31^4 + b0 * 31^3 + b1 * 31^2 +
-// b2 * 31 + b3 is the same sum as four single steps, modulo 2^32, with one
-// multiplication on the chain instead of four.
-uint32_t ContinueHash(uint32_t uiHash, const char *pcText, size_t n)
+inline uint32_t HashOfWord8(uint64_t ullWord)
 {
-    const auto *puc = reinterpret_cast<const unsigned char *>(pcText);
-    size_t i = 0;
-    for (; i + 4 <= n; i += 4) {
-        uiHash = uiHash * (kHashFactor * kHashFactor * kHashFactor * kHashFactor) +
-                 puc[i] * (kHashFactor * kHashFactor * kHashFactor) + puc[i + 1] * (kHashFactor * kHashFactor) +
-                 puc[i + 2] * kHashFactor + puc[i + 3];
-    }
-    for (; i < n; ++i) {
-        uiHash = uiHash * kHashFactor + puc[i];
-    }
-    return uiHash;
+    constexpr uint64_t kLowBytes = 0x00FF00FF00FF00FFull;
+    constexpr uint64_t kLowHalves = 0x0000FFFF0000FFFFull;
+    const uint64_t ullPairs = (ullWord & kLowBytes) * kHashFactor + ((ullWord >> 8) & kLowBytes);
+    const uint64_t ullQuads = (ullPairs & kLowHalves) * (kHashFactor * kHashFactor) + ((ullPairs >> 16) & kLowHalves);
+    return static_cast<uint32_t>(ullQuads) * kHashFactor4 + static_cast<uint32_t>(ullQuads >> 32);
 }
+
+inline bool HasZeroByte(uint64_t ullWord) { return ((ullWord - kByteOnes) & ~ullWord & kByteHighs) != 0; }
 
 // The library's hash, unmasked, continued from uiHash: the text is taken up
-// to its first NUL (at most uiCount bytes), lower-cased in place, and its
-// length goes to *pulHashed.
+// to its first NUL (at most uiCount bytes), lower-cased in place (bytes after
+// the NUL stay as they are), and its length goes to *pulHashed. Whole words
+// without a NUL are lowered and hashed at once; the rest byte by byte.
 uint32_t LowerAndHash(uint32_t uiHash, char *pcText, uint32_t uiCount, size_t *pulHashed)
 {
-    const size_t n = strnlen(pcText, uiCount);
-    LowerInPlace(pcText, n);
-    *pulHashed = n;
-    return ContinueHash(uiHash, pcText, n);
+    size_t i = 0;
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+    for (; i + 8 <= uiCount; i += 8) {
+        uint64_t ullWord;
+        std::memcpy(&ullWord, pcText + i, sizeof(ullWord));
+        if (HasZeroByte(ullWord)) {
+            break;
+        }
+        ullWord = orvane::LowerWord(ullWord);
+        std::memcpy(pcText + i, &ullWord, sizeof(ullWord));
+        uiHash = uiHash * kHashFactor8 + HashOfWord8(ullWord);
+    }
+    if (i + 4 <= uiCount) {
+        uint32_t uiWord;
+        std::memcpy(&uiWord, pcText + i, sizeof(uiWord));
+        if (!HasZeroByte(uint64_t{uiWord} | 0xFFFFFFFF00000000ull)) {
+            uiWord = static_cast<uint32_t>(orvane::LowerWord(uiWord));
+            std::memcpy(pcText + i, &uiWord, sizeof(uiWord));
+            uiHash = uiHash * kHashFactor4 + HashOfWord4(uiWord);
+            i += 4;
+        }
+    }
+#endif
+    for (; i < uiCount && pcText[i] != '\0'; ++i) {
+        const char c = LowerAscii(pcText[i]);
+        pcText[i] = c;
+        uiHash = uiHash * kHashFactor + static_cast<unsigned char>(c);
+    }
+    *pulHashed = i;
+    return uiHash;
 }
 
 uint32_t LowerAndHashKey(char *pcText, uint32_t uiCount)
