@@ -298,7 +298,7 @@ namespace {
 // The readers' bodies, built for an off level (kLog false) and as written;
 // the lines name the exported readers. Nothing here calls daemon code.
 template <bool kLog>
-uint32_t ReadRequest(const STWebPageEvent *pstEvent, STEventInfo *pstInfo)
+uint32_t ReadRequest(const STWebPageEvent *pstEvent, STEventInfo *pstInfo, size_t *pulHostText)
 {
     const char *const pcFunc = "GetReqEventInfo";
     const uint8_t ucTid = pstInfo->ucThreadID;
@@ -400,7 +400,13 @@ uint32_t ReadRequest(const STWebPageEvent *pstEvent, STEventInfo *pstInfo)
     }
 
     TakeContentType<kLog>(pstEvent, pstInfo, pcFunc);
-    TakeRedirectLocation<kLog>(pstEvent, pstInfo, pcFunc, true);
+    // Most events carry no Location: tested here before the call.
+    if (HasText(pstEvent->pucLocation, pstEvent->usLocationLen)) {
+        TakeRedirectLocation<kLog>(pstEvent, pstInfo, pcFunc, true);
+    }
+    if (pulHostText != nullptr) {
+        *pulHostText = ulHostHashed;
+    }
     return 0;
 }
 
@@ -423,11 +429,23 @@ uint32_t ReadResponse(const STWebPageEvent *pstEvent, STEventInfo *pstInfo)
               Llu(pstInfo->ullFirTime));
 
     TakeContentType<kLog>(pstEvent, pstInfo, pcFunc);
-    TakeRedirectLocation<kLog>(pstEvent, pstInfo, pcFunc, false);
+    if (HasText(pstEvent->pucLocation, pstEvent->usLocationLen)) {
+        TakeRedirectLocation<kLog>(pstEvent, pstInfo, pcFunc, false);
+    }
     return 0;
 }
 
 }  // namespace
+
+namespace orvane {
+
+uint32_t ReadRequestEvent(const STWebPageEvent *pstEvent, STEventInfo *pstInfo, size_t *pulHostText)
+{
+    return LogOff() ? ReadRequest<false>(pstEvent, pstInfo, pulHostText)
+                    : ReadRequest<true>(pstEvent, pstInfo, pulHostText);
+}
+
+}  // namespace orvane
 
 extern "C" {
 
@@ -436,7 +454,7 @@ uint32_t GetReqEventInfo(const STWebPageEvent *pstEvent, STEventInfo *pstInfo)
     if (!orvane::RecordArgsOk(__func__, pstInfo, pstEvent != nullptr, LOG_TID_NONE, "para err.", "ucThreadID err.")) {
         return 1;
     }
-    return orvane::LogOff() ? ReadRequest<false>(pstEvent, pstInfo) : ReadRequest<true>(pstEvent, pstInfo);
+    return orvane::ReadRequestEvent(pstEvent, pstInfo, nullptr);
 }
 
 uint32_t GetRspEventInfo(const STWebPageEvent *pstEvent, STEventInfo *pstInfo)

@@ -35,7 +35,8 @@ struct HostScreenCache {
 // One per thread ID: a thread ID is served by one daemon thread at a time.
 HostScreenCache g_astHostScreen[WEBPAGE_THREAD_NUM];
 
-bool IsBlackHost(STEventInfo *pstInfo)
+// ulHostText: the host's text length, as intake measured it.
+bool IsBlackHost(STEventInfo *pstInfo, size_t ulHostText)
 {
     if (pstInfo->usHostLen == 0 || pstInfo->ucThreadID >= WEBPAGE_THREAD_NUM) {
         return IsHostBlackList(pstInfo->acHost, pstInfo->usHostLen, HOST_MAX_LEN) != 0;
@@ -45,8 +46,9 @@ bool IsBlackHost(STEventInfo *pstInfo)
         std::memcpy(stCache.aacKeyword, g_stPageConfig.aacHostBlackKeyword, sizeof(stCache.aacKeyword));
         std::memset(stCache.astSlot, 0, sizeof(stCache.astSlot));
     }
+    // Intake terminated the host at its length, at most HOST_MAX_LEN.
     pstInfo->acHost[HOST_MAX_LEN] = '\0';
-    const size_t textLen = std::strlen(pstInfo->acHost);
+    const size_t textLen = ulHostText;
     HostScreenCache::Slot &stSlot = stCache.astSlot[pstInfo->uiHostHashKey % HostScreenCache::kSlots];
     if (stSlot.ucUsed != 0 && stSlot.usLen == pstInfo->usHostLen && stSlot.usTextLen == textLen &&
         std::memcmp(stSlot.acHost, pstInfo->acHost, textLen) == 0) {
@@ -61,9 +63,9 @@ bool IsBlackHost(STEventInfo *pstInfo)
     return bBlack;
 }
 
-bool IsBlackRequest(STEventInfo *pstInfo)
+bool IsBlackRequest(STEventInfo *pstInfo, size_t ulHostText)
 {
-    return IsBlackHost(pstInfo) || UriHasInputKeyword(pstInfo);
+    return IsBlackHost(pstInfo, ulHostText) || UriHasInputKeyword(pstInfo);
 }
 
 void MarkFlowBlack(STEventInfo *pstInfo, uint8_t ucBlack)
@@ -154,12 +156,13 @@ uint64_t WebPageEventReqProcess(STEventInfo *pstInfo, const STWebPageEvent *pstE
         return 0;
     }
     const uint32_t uiTid = pstInfo->ucThreadID;
-    if (GetReqEventInfo(pstEvent, pstInfo) != 0) {
+    size_t ulHostText = 0;
+    if (orvane::ReadRequestEvent(pstEvent, pstInfo, &ulHostText) != 0) {
         LOG_ERROR(uiTid, "GetReqEventInfo err.");
         return 0;
     }
 
-    if (IsBlackRequest(pstInfo)) {
+    if (IsBlackRequest(pstInfo, ulHostText)) {
         MarkFlowBlack(pstInfo, 1);
         LOG_TRACE(uiTid, "Req event host/url is black.");
         return PAGE_ID_BLACK;

@@ -1,5 +1,6 @@
 // The thread's open pages: creation from an event, page IDs, the first
 // request's identity, the DNS answer at creation, and finding a flow's page.
+#include <cstddef>
 #include <cstdint>
 
 #include "webpage_util.hpp"
@@ -181,40 +182,22 @@ void InitPageProcessInfo(uint8_t ucThreadID, STFlowInfo *pstFlowInfo, STEventInf
         return;
     }
     // Every text is read only up to its length, so clearing its first byte
-    // is enough; the record is set up afresh for every event.
+    // is enough; the record is set up afresh for every event. The numbers
+    // before the texts, and those after them, are cleared as two runs.
+    static_assert(offsetof(STEventInfo, ucThreadID) == 0 && offsetof(STEventInfo, acHost) < 64 &&
+                      offsetof(STEventInfo, ullReqBeginTime) > offsetof(STEventInfo, acUri),
+                  "numbers first, then the texts, then times and the rest");
+    ORV_MEMSET(pstInfo, sizeof(*pstInfo), 0, offsetof(STEventInfo, acHost));
     pstInfo->ucThreadID = ucThreadID;
-    pstInfo->pstFlowInfo = pstFlowInfo;
-    pstInfo->ucLocationHttps = 0;
-    pstInfo->usClientPort = 0;
-    pstInfo->usServerPort = 0;
-    pstInfo->uiClientIp = 0;
-    pstInfo->uiServerIp = 0;
-    pstInfo->usCauseCode = 0;
-    pstInfo->usHostLen = 0;
-    pstInfo->usURLLen = 0;
-    pstInfo->usRefererUrlLen = 0;
-    pstInfo->usLocationLen = 0;
-    pstInfo->usContentTypeLen = 0;
-    pstInfo->usUriLen = 0;
-    pstInfo->uiHostHashKey = 0;
-    pstInfo->uiURLHashKey = 0;
-    pstInfo->uiRefererHashKey = 0;
-    pstInfo->uiLocationHashKey = 0;
     pstInfo->acHost[0] = '\0';
     pstInfo->acURL[0] = '\0';
     pstInfo->acRefererUrl[0] = '\0';
     pstInfo->acLocation[0] = '\0';
     pstInfo->acContentType[0] = '\0';
     pstInfo->acUri[0] = '\0';
-    pstInfo->ullReqBeginTime = 0;
-    pstInfo->ullReqEndTime = 0;
-    pstInfo->ullRspBeginTime = 0;
-    pstInfo->ullRspEndTime = 0;
-    pstInfo->ullMsgEndTime = 0;
-    pstInfo->ullFirTime = 0;
-    pstInfo->ucFinRst = 0;
-    pstInfo->enNetworkType = 0;
-    pstInfo->uiEventID = 0;
+    char *const pcTail = reinterpret_cast<char *>(&pstInfo->ullReqBeginTime);
+    ORV_MEMSET(pcTail, sizeof(*pstInfo), 0, sizeof(*pstInfo) - offsetof(STEventInfo, ullReqBeginTime));
+    pstInfo->pstFlowInfo = pstFlowInfo;
     pstInfo->uiReqMethod = METHOD_NONE;
     pstInfo->uiMatchLevel = MATCH_LEVEL_NONE;
 }

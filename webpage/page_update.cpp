@@ -14,11 +14,18 @@ using orvane::SetPageFlag;
 constexpr uint16_t kSuccessFirst = 200;
 constexpr uint16_t kSuccessLast = 399;
 
+// IsRsponseOK, inline for the counters below.
+inline bool ResponseOk(uint16_t usCauseCode)
+{
+    return (usCauseCode >= kSuccessFirst && usCauseCode <= kSuccessLast) ||
+           (g_ausCauseCode407[0] != 0 && g_ausCauseCode407[0] == usCauseCode);
+}
+
 // Method counting shared by UpdatePageNode and UpdateMethodInfo; anything but
 // GET or POST (responses carry no method) counts nothing.
-void CountMethod(STPageNode *pstPage, const STEventInfo *pstInfo)
+inline void CountMethod(STPageNode *pstPage, const STEventInfo *pstInfo)
 {
-    const bool bOk = IsRsponseOK(pstInfo->usCauseCode) != 0;
+    const bool bOk = ResponseOk(pstInfo->usCauseCode);
     if (pstInfo->uiReqMethod == WEBPAGE_METHOD_POST) {
         ++pstPage->usPostNum;
         if (bOk) {
@@ -32,7 +39,7 @@ void CountMethod(STPageNode *pstPage, const STEventInfo *pstInfo)
     }
 }
 
-void CountEvent(STPageNode *pstPage, const STEventInfo *pstInfo)
+inline void CountEvent(STPageNode *pstPage, const STEventInfo *pstInfo)
 {
     if (pstInfo->uiEventID == WEBPAGE_EVENT_REQUEST) {
         ++pstPage->usReqNum;
@@ -43,7 +50,7 @@ void CountEvent(STPageNode *pstPage, const STEventInfo *pstInfo)
         }
     } else if (pstInfo->uiEventID == WEBPAGE_EVENT_RESPONSE) {
         ++pstPage->usRspNum;
-        if (pstInfo->ucFinRst != 1 && IsRsponseOK(pstInfo->usCauseCode) != 0) {
+        if (pstInfo->ucFinRst != 1 && ResponseOk(pstInfo->usCauseCode)) {
             ++pstPage->usRspSuccNum;
         }
     }
@@ -206,13 +213,7 @@ uint32_t UpdatePage(STPageNode *pstPage, STEventInfo *pstInfo, uint32_t uiPageTy
 
 extern "C" {
 
-uint32_t IsRsponseOK(uint16_t usCauseCode)
-{
-    if (usCauseCode >= kSuccessFirst && usCauseCode <= kSuccessLast) {
-        return 1;
-    }
-    return (g_ausCauseCode407[0] != 0 && g_ausCauseCode407[0] == usCauseCode) ? 1u : 0u;
-}
+uint32_t IsRsponseOK(uint16_t usCauseCode) { return ResponseOk(usCauseCode) ? 1u : 0u; }
 
 void UpdateMethodInfo(STPageNode *pstPage, STEventInfo *pstInfo)
 {

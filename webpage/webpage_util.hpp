@@ -305,6 +305,11 @@ uint64_t CreatePage(STEventInfo *pstInfo, uint32_t uiPageType, const PageCreatio
 STPageNode *FindFlowPage(const STEventInfo *pstInfo, uint64_t ullPageID, STPageNode *pstCached, uint8_t ucListType,
                          bool bOpenOnly);
 
+// GetReqEventInfo past its argument checks, for a caller that made them;
+// *pulHostText (when given) receives the host's text length, its bytes
+// before the first NUL. Defined in event_intake.cpp.
+uint32_t ReadRequestEvent(const STWebPageEvent *pstEvent, STEventInfo *pstInfo, size_t *pulHostText);
+
 // A request that may open a page of its own: of a web content type (or a
 // redirect) and not black-listed.
 inline bool IsWebTypeAndNotBlack(STEventInfo *pstInfo)
