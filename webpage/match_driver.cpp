@@ -135,7 +135,15 @@ namespace orvane {
 STPageNode *FlowPageTakingEvent(STEventInfo *pstInfo, uint8_t ucListType, const char *pcFunc, const char *pcFoundLine)
 {
     const uint32_t uiTid = pstInfo->ucThreadID;
-    STPageNode *pstPage = GetPageNodeByFlowInfo(pstInfo, ucListType);
+    // GetPageNodeByFlowInfo; for an associate page without its calls (the
+    // callers checked the record and its thread).
+    STFlowInfo *pstFlow = pstInfo->pstFlowInfo;
+    STPageNode *pstPage = nullptr;
+    if (pstFlow != nullptr && pstFlow->uiPageType == PAGE_TYPE_ASSOCIATE) {
+        pstPage = FindFlowPage(pstInfo, pstFlow->ullAssociatePageID, pstFlow->pstAssociatePage, ucListType, false);
+    } else {
+        pstPage = GetPageNodeByFlowInfo(pstInfo, ucListType);
+    }
     if (pstPage != nullptr) {
         LOG_TRACE_AS(pcFunc, uiTid, pcFoundLine, Llu(pstPage->uiPageID));
         if (UpdatePageNode(pstPage, pstInfo, pstPage->uiPageType) == 0) {

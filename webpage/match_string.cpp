@@ -71,6 +71,26 @@ STMatchStrNode *FindString(const STTranManage *pstList, uint32_t uiKey)
                                               [&](const STMatchStrNode *pstStr) { return pstStr->uiHashKey == uiKey; });
 }
 
+// Whether a non-empty list is the ring its count says: from the head,
+// uiNodeNum distinct nodes whose links agree, the last leading back to the
+// head (a walk that comes back to the head only then visits no node twice).
+bool IsIntactRing(const STTranManage *pstList)
+{
+    STTranNode *const pstHead = pstList->pstHead;
+    STTranNode *pstNode = pstHead;
+    for (uint32_t i = 1; i <= pstList->uiNodeNum; ++i) {
+        STTranNode *pstNext = pstNode->pstNext;
+        if (pstNext == nullptr || pstNext->pstPrev != pstNode) {
+            return false;
+        }
+        if (pstNext == pstHead) {
+            return i == pstList->uiNodeNum;
+        }
+        pstNode = pstNext;
+    }
+    return false;
+}
+
 // SaveString's work once the kind is known and the arguments checked.
 inline void SaveKind(STEventInfo *pstInfo, STPageNode *pstPage, CMemPool *pstPool, uint64_t ullBeginTime,
                      uint64_t ullEndTime, const MatchStrKind &stKind)
@@ -115,6 +135,20 @@ inline void SaveKind(STEventInfo *pstInfo, STPageNode *pstPage, CMemPool *pstPoo
     pstStr->uiMatchLevel = pstInfo->uiMatchLevel + 1;
 }
 
+// SaveStringCommon's step for kind K (in kKinds' order, with its fields
+// known at compile time): a string the event has and the page's first
+// request had not.
+template <size_t K>
+inline void SaveIfNew(STEventInfo *pstInfo, STPageNode *pstPage, CMemPool *pstPool, uint64_t ullBegin,
+                      uint64_t ullEnd)
+{
+    constexpr const MatchStrKind &stKind = kKinds[K];
+    const uint32_t uiKey = pstInfo->*(stKind.puiKey);
+    if (uiKey != 0 && uiKey != pstPage->*(stKind.puiFirstReqKey)) {
+        SaveKind(pstInfo, pstPage, pstPool, ullBegin, ullEnd, stKind);
+    }
+}
+
 }  // namespace
 
 extern "C" {
@@ -137,12 +171,11 @@ void SaveStringCommon(STEventInfo *pstInfo)
     }
     // FlowAssociatePage found the page through the thread's context.
     CMemPool *pstPool = &ContextOf(pstInfo->ucThreadID)->stMatchStrMemPool;
-    for (const MatchStrKind &stKind : kKinds) {
-        const uint32_t uiKey = pstInfo->*(stKind.puiKey);
-        if (uiKey != 0 && uiKey != pstPage->*(stKind.puiFirstReqKey)) {
-            SaveKind(pstInfo, pstPage, pstPool, ullBegin, ullEnd, stKind);
-        }
-    }
+    SaveIfNew<0>(pstInfo, pstPage, pstPool, ullBegin, ullEnd);
+    SaveIfNew<1>(pstInfo, pstPage, pstPool, ullBegin, ullEnd);
+    SaveIfNew<2>(pstInfo, pstPage, pstPool, ullBegin, ullEnd);
+    SaveIfNew<3>(pstInfo, pstPage, pstPool, ullBegin, ullEnd);
+    static_assert(sizeof(kKinds) / sizeof(kKinds[0]) == 4, "every kind saved");
 }
 
 void SaveString(STEventInfo *pstInfo, STPageNode *pstPage, uint64_t ullBeginTime, uint64_t ullEndTime,
@@ -165,6 +198,24 @@ void SaveString(STEventInfo *pstInfo, STPageNode *pstPage, uint64_t ullBeginTime
 void ReleaseMatchList(STTranManage *pstList, CMemPool *pstPool)
 {
     if (pstList == nullptr || pstPool == nullptr) {
+        return;
+    }
+    if (pstList->pstHead == nullptr || pstList->uiNodeNum == 0) {
+        return;
+    }
+    if (IsIntactRing(pstList)) {
+        // Unlinking node by node would leave this same state: every node in
+        // the pool in list order, its links cleared, the list empty.
+        STTranNode *pstNode = pstList->pstHead;
+        for (uint32_t i = pstList->uiNodeNum; i != 0; --i) {
+            STTranNode *pstNext = pstNode->pstNext;
+            pstNode->pstPrev = nullptr;
+            pstNode->pstNext = nullptr;
+            orvane::PoolGiveUnlinked(pstNode, pstPool);
+            pstNode = pstNext;
+        }
+        pstList->pstHead = nullptr;
+        pstList->uiNodeNum = 0;
         return;
     }
     // The walk reads each successor before the visit, so every node can be
