@@ -93,7 +93,8 @@ inline bool LowerAndHash16(char *pcText, uint32_t *puiHash)
 // to its first NUL (at most uiCount bytes), lower-cased in place (bytes after
 // the NUL stay as they are), and its length goes to *pulHashed. Whole words
 // without a NUL are lowered and hashed at once; the rest byte by byte.
-uint32_t LowerAndHash(uint32_t uiHash, char *pcText, uint32_t uiCount, size_t *pulHashed)
+__attribute__((always_inline)) inline uint32_t LowerAndHash(uint32_t uiHash, char *pcText, uint32_t uiCount,
+                                                         size_t *pulHashed)
 {
     size_t i = 0;
 #if defined(__SSE2__)
