@@ -21,7 +21,7 @@ bool UriHasInputKeyword(STEventInfo *pstInfo)
 // the black keywords, which the daemon may rewrite at any time, so each use
 // compares them with the ones the verdicts were taken under.
 struct HostScreenCache {
-    static constexpr uint32_t kSlots = 16;
+    static constexpr uint32_t kSlots = 64;
     struct Slot {
         uint8_t ucUsed;
         uint8_t ucBlack;
