@@ -18,19 +18,6 @@ using orvane::PageOf;
 using orvane::SetPageFlag;
 using orvane::FindFlowPage;
 
-// The flow area is the daemon's and may outlive the page, or even the
-// context, its pointer was taken from: the pointer is trusted only when it is
-// a node of this thread's page pool, so it can never lead into freed memory.
-bool IsOwnPageNode(const STWebPage *pstCtx, const STPageNode *pstPage)
-{
-    const CMemPool &stPool = pstCtx->stPageNodePool;
-    const uintptr_t uBase = reinterpret_cast<uintptr_t>(stPool.m_apstBlock[0]);
-    const uintptr_t uStride = stPool.m_uiNodeSize + sizeof(STTranNode);
-    const uintptr_t uNode = reinterpret_cast<uintptr_t>(pstPage) - sizeof(STTranNode);
-    return pstPage != nullptr && uBase != 0 && uNode >= uBase && (uNode - uBase) % uStride == 0 &&
-           (uNode - uBase) / uStride < stPool.m_uiInitNodeNum;
-}
-
 // Asks the daemon's DNS cache when the host was resolved and how long it took.
 void QueryDns(STPageNode *pstPage, const STEventInfo *pstInfo, const char *pcFunc)
 {
@@ -142,18 +129,8 @@ uint64_t CreatePage(STEventInfo *pstInfo, uint32_t uiPageType, const PageCreatio
     return pstPage->uiPageID;
 }
 
-STPageNode *FindFlowPage(const STEventInfo *pstInfo, uint64_t ullPageID, STPageNode *pstCached, uint8_t ucListType,
-                         bool bOpenOnly)
+STPageNode *SeekFlowPage(STWebPage *pstCtx, uint64_t ullPageID, uint8_t ucListType)
 {
-    STWebPage *pstCtx = ContextOf(pstInfo->ucThreadID);
-    if (ullPageID == 0 || pstCtx == nullptr) {
-        return nullptr;
-    }
-    // A node on a list always has a predecessor; a free one has none.
-    if (IsOwnPageNode(pstCtx, pstCached) && pstCached->uiPageID == ullPageID &&
-        (!bOpenOnly || NodeOf(pstCached)->pstPrev != nullptr)) {
-        return pstCached;
-    }
     STTranNode *pstNode = SeekNode(&ullPageID, PageListOf(pstCtx, ucListType));
     return pstNode == nullptr ? nullptr : PageOf(pstNode);
 }

@@ -297,13 +297,41 @@ struct PageCreation {
 // with InsertPageNode in page_store.cpp; InsertUcidPageNode uses it too.
 uint64_t CreatePage(STEventInfo *pstInfo, uint32_t uiPageType, const PageCreation &stHow);
 
+// The flow area is the daemon's and may outlive the page, or even the
+// context, its pointer was taken from: the pointer is trusted only when it is
+// a node of this thread's page pool, so it can never lead into freed memory.
+inline bool IsOwnPageNode(const STWebPage *pstCtx, const STPageNode *pstPage)
+{
+    const CMemPool &stPool = pstCtx->stPageNodePool;
+    const uintptr_t uBase = reinterpret_cast<uintptr_t>(stPool.m_apstBlock[0]);
+    const uintptr_t uStride = stPool.m_uiNodeSize + sizeof(STTranNode);
+    const uintptr_t uNode = reinterpret_cast<uintptr_t>(pstPage) - sizeof(STTranNode);
+    return pstPage != nullptr && uBase != 0 && uNode >= uBase && (uNode - uBase) % uStride == 0 &&
+           (uNode - uBase) / uStride < stPool.m_uiInitNodeNum;
+}
+
+// The page with the ID on the thread's list, or null. Defined in page_store.cpp.
+STPageNode *SeekFlowPage(STWebPage *pstCtx, uint64_t ullPageID, uint8_t ucListType);
+
 // The page a flow area names: its cached pointer while that points at a node
 // of the thread's page pool still carrying the ID, else the page with the ID
 // on the list. A closed page keeps its ID until its node is reused, so the
 // pointer can lead to it; bOpenOnly refuses such a page (nothing may be
-// linked onto a node that sits in the pool). Defined in page_store.cpp.
-STPageNode *FindFlowPage(const STEventInfo *pstInfo, uint64_t ullPageID, STPageNode *pstCached, uint8_t ucListType,
-                         bool bOpenOnly);
+// linked onto a node that sits in the pool).
+inline STPageNode *FindFlowPage(const STEventInfo *pstInfo, uint64_t ullPageID, STPageNode *pstCached,
+                                uint8_t ucListType, bool bOpenOnly)
+{
+    STWebPage *pstCtx = ContextOf(pstInfo->ucThreadID);
+    if (ullPageID == 0 || pstCtx == nullptr) {
+        return nullptr;
+    }
+    // A node on a list always has a predecessor; a free one has none.
+    if (IsOwnPageNode(pstCtx, pstCached) && pstCached->uiPageID == ullPageID &&
+        (!bOpenOnly || NodeOf(pstCached)->pstPrev != nullptr)) {
+        return pstCached;
+    }
+    return SeekFlowPage(pstCtx, ullPageID, ucListType);
+}
 
 // GetReqEventInfo past its argument checks, for a caller that made them;
 // *pulHostText (when given) receives the host's text length, its bytes
