@@ -488,6 +488,11 @@ uint32_t ReadRequestEvent(const STWebPageEvent *pstEvent, STEventInfo *pstInfo, 
                     : ReadRequest<true>(pstEvent, pstInfo, pulHostText);
 }
 
+uint32_t ReadResponseEvent(const STWebPageEvent *pstEvent, STEventInfo *pstInfo)
+{
+    return LogOff() ? ReadResponse<false>(pstEvent, pstInfo) : ReadResponse<true>(pstEvent, pstInfo);
+}
+
 }  // namespace orvane
 
 extern "C" {
@@ -505,7 +510,7 @@ uint32_t GetRspEventInfo(const STWebPageEvent *pstEvent, STEventInfo *pstInfo)
     if (!orvane::RecordArgsOk(__func__, pstInfo, pstEvent != nullptr, LOG_TID_ANY, "Para err.", "ucThreadID err.")) {
         return 1;
     }
-    return orvane::LogOff() ? ReadResponse<false>(pstEvent, pstInfo) : ReadResponse<true>(pstEvent, pstInfo);
+    return orvane::ReadResponseEvent(pstEvent, pstInfo);
 }
 
 }  // extern "C"

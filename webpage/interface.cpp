@@ -214,12 +214,13 @@ uint32_t API_AssociateWebPage(uint32_t uiThreadID, STFlowInfo *pstFlowInfo, cons
     uint64_t ullPageID = 0;
     switch (pstEvent->usEventID) {
     case WEBPAGE_EVENT_RESPONSE:
-        (void)GetRspEventInfo(pstEvent, &stInfo);
-        ullPageID = (pstFlowInfo->ucIsUcid == 1) ? UcidGetPageNodeByFlowInfo(&stInfo)
-                                                  : ProcessNoMsgOrMatchFail(&stInfo, 0);
+        // The record, the event and the thread are checked: the steps are
+        // taken without their own checks.
+        (void)orvane::ReadResponseEvent(pstEvent, &stInfo);
+        ullPageID = (pstFlowInfo->ucIsUcid == 1) ? UcidGetPageNodeByFlowInfo(&stInfo) : orvane::FallBack(&stInfo, 0);
         break;
     case WEBPAGE_EVENT_REQUEST:
-        ullPageID = WebPageEventReqProcess(&stInfo, pstEvent);
+        ullPageID = orvane::HandleRequest(&stInfo, pstEvent);
         break;
     default:
         return WEBPAGE_ERR_EVENT_ID;

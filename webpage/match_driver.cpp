@@ -154,67 +154,13 @@ STPageNode *FlowPageTakingEvent(STEventInfo *pstInfo, uint8_t ucListType, const 
     return nullptr;
 }
 
-}  // namespace orvane
-
-extern "C" {
-
-uint64_t WebPageEventReqProcess(STEventInfo *pstInfo, const STWebPageEvent *pstEvent)
+// The exported steps below past their argument checks, for callers that made
+// them; their lines still name the exported functions.
+uint64_t MatchRequest(STEventInfo *pstInfo)
 {
-    if (!orvane::RecordArgsOk(__func__, pstInfo, pstEvent != nullptr, LOG_TID_NONE, "para err.", "ucThreadID err.")) {
-        return 0;
-    }
+    const char *const pcFunc = "WebPageMsgMatch";
     const uint32_t uiTid = pstInfo->ucThreadID;
-    size_t ulHostText = 0;
-    if (orvane::ReadRequestEvent(pstEvent, pstInfo, &ulHostText) != 0) {
-        LOG_ERROR(uiTid, "GetReqEventInfo err.");
-        return 0;
-    }
-
-    if (IsBlackRequest(pstInfo, ulHostText)) {
-        MarkFlowBlack(pstInfo, 1);
-        LOG_TRACE(uiTid, "Req event host/url is black.");
-        return PAGE_ID_BLACK;
-    }
-    LOG_TRACE(uiTid, "current Req event host is not black");
-    MarkFlowBlack(pstInfo, 0);
-
-    // UCID requests are placed by time among UCID pages only.
-    if (IsUrlContainsUcid(pstInfo->acUri, pstInfo->usUriLen, URI_MAX_LEN) != 0) {
-        uint64_t ullPageID = WebPageUcidMsgMatch(pstInfo);
-        LOG_TRACE(uiTid, "ucid  WebPageUcidMsgMatch, PageID=%llu.", (unsigned long long)ullPageID);
-        if (ullPageID == 0) {
-            ullPageID = InsertUcidPageNode(pstInfo, PAGE_TYPE_ASSOCIATE);
-            LOG_TRACE(uiTid, "WebPageucidMsgMatch, fail ! create page PageID=%llu.", (unsigned long long)ullPageID);
-        }
-        if (pstInfo->pstFlowInfo != nullptr) {
-            pstInfo->pstFlowInfo->ucIsUcid = 1;
-        }
-        LOG_TRACE(uiTid, "trans is ucid!");
-        return ullPageID;
-    }
-
-    uint64_t ullPageID = WebPageMsgMatch(pstInfo);
-    LOG_TRACE(uiTid, "not ucid WebPageMsgMatch, PageID=%llu.", (unsigned long long)ullPageID);
-    if (ullPageID != 0) {
-        return ullPageID;
-    }
-    ullPageID = ProcessNoMsgOrMatchFail(pstInfo, 1);
-    LOG_TRACE(uiTid, "ProcessNoMsgOrMatchFail true, PageID=%llu.", (unsigned long long)ullPageID);
-    if (ullPageID != 0) {
-        return ullPageID;
-    }
-    ullPageID = ProcessNoMsgOrMatchFail(pstInfo, 0);
-    LOG_ERROR(uiTid, "ProcessNoMsgOrMatchFail false, PageID=%llu.", (unsigned long long)ullPageID);
-    return ullPageID;
-}
-
-uint64_t WebPageMsgMatch(STEventInfo *pstInfo)
-{
-    if (!orvane::RecordArgsOk(__func__, pstInfo, LOG_TID_NONE, "para err.", "ucThreadID err.")) {
-        return 0;
-    }
-    const uint32_t uiTid = pstInfo->ucThreadID;
-    LOG_TRACE(uiTid, "****Match webpage is begin*********************************.");
+    LOG_TRACE_AS(pcFunc, uiTid, "****Match webpage is begin*********************************.");
 
     // Order is policy: the first rule that names a page wins. Whether a rule
     // applies is read from the record just before it, as a rule may write it.
@@ -224,7 +170,7 @@ uint64_t WebPageMsgMatch(STEventInfo *pstInfo)
         return ullPageID;
     }
     if (HasNoKeys(*pstInfo)) {
-        LOG_ERROR(uiTid, "%s", "ReqInfo is NULL.");
+        LOG_ERROR_AS(pcFunc, uiTid, "%s", "ReqInfo is NULL.");
         return 0;
     }
     if (HasUrl(*pstInfo) &&
@@ -276,18 +222,16 @@ uint64_t WebPageMsgMatch(STEventInfo *pstInfo)
     return ullPageID;
 }
 
-uint64_t ProcessNoMsgOrMatchFail(STEventInfo *pstInfo, uint8_t bIsAllRuleMatchFail)
+uint64_t FallBack(STEventInfo *pstInfo, uint8_t bIsAllRuleMatchFail)
 {
-    if (!orvane::RecordArgsOk(__func__, pstInfo, LOG_TID_ANY, "Para err.", "ucThreadID err.")) {
-        return 0;
-    }
+    const char *const pcFunc = "ProcessNoMsgOrMatchFail";
     const uint32_t uiTid = pstInfo->ucThreadID;
-    LOG_TRACE(uiTid, "Match fail process,bIsAllRuleMatchFail is %u.", bIsAllRuleMatchFail);
+    LOG_TRACE_AS(pcFunc, uiTid, "Match fail process,bIsAllRuleMatchFail is %u.", bIsAllRuleMatchFail);
     if (pstInfo->pstFlowInfo == nullptr) {
         return 0;
     }
     if (pstInfo->pstFlowInfo->ucIsBlack == 1) {
-        LOG_TRACE(uiTid, "Match fail process,flow  host  is  black list.");
+        LOG_TRACE_AS(pcFunc, uiTid, "Match fail process,flow  host  is  black list.");
         return PAGE_ID_BLACK;
     }
 
@@ -298,20 +242,96 @@ uint64_t ProcessNoMsgOrMatchFail(STEventInfo *pstInfo, uint8_t bIsAllRuleMatchFa
         if (IsBlackList(pstInfo->acURL, pstInfo->usURLLen, URL_MAX_LEN, pstInfo->acRefererUrl,
                         pstInfo->usRefererUrlLen, REFERER_MAX_LEN, pstInfo->acContentType,
                         pstInfo->usContentTypeLen, CONTENT_TYPE_MAX_LEN) != 0) {
-            LOG_TRACE(uiTid, "Match fail process,Reqevent is in blacklist.");
+            LOG_TRACE_AS(pcFunc, uiTid, "Match fail process,Reqevent is in blacklist.");
         } else {
             uiPageType = PAGE_TYPE_ASSOCIATE;
         }
         const uint64_t ullPageID = InsertPageNode(pstInfo, uiPageType, 1);
-        LOG_TRACE(uiTid, "Match fail process,insert page,PageID is %llu.", (unsigned long long)ullPageID);
+        LOG_TRACE_AS(pcFunc, uiTid, "Match fail process,insert page,PageID is %llu.", (unsigned long long)ullPageID);
         if (ullPageID != 0) {
             return ullPageID;
         }
     }
 
-    const STPageNode *pstPage = orvane::FlowPageTakingEvent(pstInfo, PAGE_LIST_ORDINARY, __func__,
+    const STPageNode *pstPage = orvane::FlowPageTakingEvent(pstInfo, PAGE_LIST_ORDINARY, pcFunc,
                                                             "Match fail process,Get page by flow is OK,PageID is %llu.");
     return pstPage != nullptr ? pstPage->uiPageID : InsertPageNode(pstInfo, uiPageType, 0);
+}
+
+uint64_t HandleRequest(STEventInfo *pstInfo, const STWebPageEvent *pstEvent)
+{
+    const char *const pcFunc = "WebPageEventReqProcess";
+    const uint32_t uiTid = pstInfo->ucThreadID;
+    size_t ulHostText = 0;
+    if (orvane::ReadRequestEvent(pstEvent, pstInfo, &ulHostText) != 0) {
+        LOG_ERROR_AS(pcFunc, uiTid, "GetReqEventInfo err.");
+        return 0;
+    }
+
+    if (IsBlackRequest(pstInfo, ulHostText)) {
+        MarkFlowBlack(pstInfo, 1);
+        LOG_TRACE_AS(pcFunc, uiTid, "Req event host/url is black.");
+        return PAGE_ID_BLACK;
+    }
+    LOG_TRACE_AS(pcFunc, uiTid, "current Req event host is not black");
+    MarkFlowBlack(pstInfo, 0);
+
+    // UCID requests are placed by time among UCID pages only.
+    if (IsUrlContainsUcid(pstInfo->acUri, pstInfo->usUriLen, URI_MAX_LEN) != 0) {
+        uint64_t ullPageID = WebPageUcidMsgMatch(pstInfo);
+        LOG_TRACE_AS(pcFunc, uiTid, "ucid  WebPageUcidMsgMatch, PageID=%llu.", (unsigned long long)ullPageID);
+        if (ullPageID == 0) {
+            ullPageID = InsertUcidPageNode(pstInfo, PAGE_TYPE_ASSOCIATE);
+            LOG_TRACE_AS(pcFunc, uiTid, "WebPageucidMsgMatch, fail ! create page PageID=%llu.", (unsigned long long)ullPageID);
+        }
+        if (pstInfo->pstFlowInfo != nullptr) {
+            pstInfo->pstFlowInfo->ucIsUcid = 1;
+        }
+        LOG_TRACE_AS(pcFunc, uiTid, "trans is ucid!");
+        return ullPageID;
+    }
+
+    uint64_t ullPageID = MatchRequest(pstInfo);
+    LOG_TRACE_AS(pcFunc, uiTid, "not ucid WebPageMsgMatch, PageID=%llu.", (unsigned long long)ullPageID);
+    if (ullPageID != 0) {
+        return ullPageID;
+    }
+    ullPageID = FallBack(pstInfo, 1);
+    LOG_TRACE_AS(pcFunc, uiTid, "ProcessNoMsgOrMatchFail true, PageID=%llu.", (unsigned long long)ullPageID);
+    if (ullPageID != 0) {
+        return ullPageID;
+    }
+    ullPageID = FallBack(pstInfo, 0);
+    LOG_ERROR_AS(pcFunc, uiTid, "ProcessNoMsgOrMatchFail false, PageID=%llu.", (unsigned long long)ullPageID);
+    return ullPageID;
+}
+
+}  // namespace orvane
+
+extern "C" {
+
+uint64_t WebPageEventReqProcess(STEventInfo *pstInfo, const STWebPageEvent *pstEvent)
+{
+    if (!orvane::RecordArgsOk(__func__, pstInfo, pstEvent != nullptr, LOG_TID_NONE, "para err.", "ucThreadID err.")) {
+        return 0;
+    }
+    return orvane::HandleRequest(pstInfo, pstEvent);
+}
+
+uint64_t WebPageMsgMatch(STEventInfo *pstInfo)
+{
+    if (!orvane::RecordArgsOk(__func__, pstInfo, LOG_TID_NONE, "para err.", "ucThreadID err.")) {
+        return 0;
+    }
+    return orvane::MatchRequest(pstInfo);
+}
+
+uint64_t ProcessNoMsgOrMatchFail(STEventInfo *pstInfo, uint8_t bIsAllRuleMatchFail)
+{
+    if (!orvane::RecordArgsOk(__func__, pstInfo, LOG_TID_ANY, "Para err.", "ucThreadID err.")) {
+        return 0;
+    }
+    return orvane::FallBack(pstInfo, bIsAllRuleMatchFail);
 }
 
 uint64_t WebPageEventRspProcess(STEventInfo *pstInfo, const STWebPageEvent *pstEvent)

@@ -338,6 +338,13 @@ inline STPageNode *FindFlowPage(const STEventInfo *pstInfo, uint64_t ullPageID, 
 // before the first NUL. Defined in event_intake.cpp.
 uint32_t ReadRequestEvent(const STWebPageEvent *pstEvent, STEventInfo *pstInfo, size_t *pulHostText);
 
+// WebPageEventReqProcess, ProcessNoMsgOrMatchFail and GetRspEventInfo past
+// their argument checks, for the entry point, which made them. Defined in
+// match_driver.cpp and event_intake.cpp.
+uint64_t HandleRequest(STEventInfo *pstInfo, const STWebPageEvent *pstEvent);
+uint64_t FallBack(STEventInfo *pstInfo, uint8_t bIsAllRuleMatchFail);
+uint32_t ReadResponseEvent(const STWebPageEvent *pstEvent, STEventInfo *pstInfo);
+
 // A request that may open a page of its own: of a web content type (or a
 // redirect) and not black-listed.
 inline bool IsWebTypeAndNotBlack(STEventInfo *pstInfo)
