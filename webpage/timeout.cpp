@@ -140,15 +140,20 @@ uint32_t ProcessPageListTimeOut(uint32_t uiThreadID, uint8_t ucProcType, uint8_t
 
     const char *const pcFunc = __func__;
     uint32_t uiClosed = 0;
+    // The configured quiet time, read again after each step that may have
+    // called the daemon (a log line, a page result), which may rewrite it.
+    uint8_t ucQuietRuns = QuietRunLimit();
     (void)orvane::WalkList(pstList, uiPageNum, [&](STTranNode *pstNode) {
         STPageNode *pstPage = PageOf(pstNode);
         // Most runs only count a quiet page: ProcessPageNodeTimeOut's first
         // step, taken here without the call (it logs nothing on that path).
-        if (ucProcType == PAGE_PROC_TIMER && pstPage->ucTimeOutNum < QuietRunLimit()) {
+        if (ucProcType == PAGE_PROC_TIMER && pstPage->ucTimeOutNum < ucQuietRuns) {
             pstPage->ucTimeOutNum++;
             return false;
         }
-        if (ProcessPageNodeTimeOut(uiThreadID, pstPage, ucProcType, ucReport) != 1) {
+        const uint8_t ucDone = ProcessPageNodeTimeOut(uiThreadID, pstPage, ucProcType, ucReport);
+        ucQuietRuns = QuietRunLimit();
+        if (ucDone != 1) {
             return false;
         }
         ReleasePageNode(uiThreadID, pstPage);
@@ -159,6 +164,7 @@ uint32_t ProcessPageListTimeOut(uint32_t uiThreadID, uint8_t ucProcType, uint8_t
             (void)orvane::PoolGive(pstNode, &pstCtx->stPageNodePool);
             LOG_TRACE_AS(pcFunc, uiThreadID, "Page is timeout,delete page,PageID is %llu.",
                          (unsigned long long)ullPageID);
+            ucQuietRuns = QuietRunLimit();
             ++uiClosed;
         }
         return false;
