@@ -92,8 +92,9 @@ bool IsIntactRing(const STTranManage *pstList)
 }
 
 // SaveString's work once the kind is known and the arguments checked.
-inline void SaveKind(STEventInfo *pstInfo, STPageNode *pstPage, CMemPool *pstPool, uint64_t ullBeginTime,
-                     uint64_t ullEndTime, const MatchStrKind &stKind)
+__attribute__((always_inline)) inline void SaveKind(STEventInfo *pstInfo, STPageNode *pstPage, CMemPool *pstPool,
+                                                     uint64_t ullBeginTime, uint64_t ullEndTime,
+                                                     const MatchStrKind &stKind)
 {
     STTranManage *pstList = &(pstPage->*(stKind.pstList));
     if (pstList->uiNodeNum > MATCH_STR_NODE_NUM) {
