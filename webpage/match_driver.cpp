@@ -132,7 +132,10 @@ inline bool RunRule(STEventInfo *pstInfo, const char *pcBefore, const char *pcMa
 
 namespace orvane {
 
-STPageNode *FlowPageTakingEvent(STEventInfo *pstInfo, uint8_t ucListType, const char *pcFunc, const char *pcFoundLine)
+// FlowPageTakingEvent built for an off level (kLog false) and as written.
+// Nothing in it calls daemon code.
+template <bool kLog>
+STPageNode *FlowPageTaking(STEventInfo *pstInfo, uint8_t ucListType, const char *pcFunc, const char *pcFoundLine)
 {
     const uint32_t uiTid = pstInfo->ucThreadID;
     // GetPageNodeByFlowInfo; for an associate page without its calls (the
@@ -145,13 +148,61 @@ STPageNode *FlowPageTakingEvent(STEventInfo *pstInfo, uint8_t ucListType, const 
         pstPage = GetPageNodeByFlowInfo(pstInfo, ucListType);
     }
     if (pstPage != nullptr) {
-        LOG_TRACE_AS(pcFunc, uiTid, pcFoundLine, Llu(pstPage->uiPageID));
+        LOG_TRACE_IF(kLog, pcFunc, uiTid, pcFoundLine, Llu(pstPage->uiPageID));
         if (UpdatePageNode(pstPage, pstInfo, pstPage->uiPageType) == 0) {
             return pstPage;
         }
     }
-    LOG_TRACE_AS(pcFunc, uiTid, "Match fail process,Get page by flow is NOK,insert new page.");
+    LOG_TRACE_IF(kLog, pcFunc, uiTid, "Match fail process,Get page by flow is NOK,insert new page.");
     return nullptr;
+}
+
+STPageNode *FlowPageTakingEvent(STEventInfo *pstInfo, uint8_t ucListType, const char *pcFunc, const char *pcFoundLine)
+{
+    return LogOff() ? FlowPageTaking<false>(pstInfo, ucListType, pcFunc, pcFoundLine)
+                    : FlowPageTaking<true>(pstInfo, ucListType, pcFunc, pcFoundLine);
+}
+
+// ProcessNoMsgOrMatchFail's body, built for an off level (kLog false) and as
+// written. Only page creation may call the daemon (its DNS query): the lines
+// after it test the level again.
+template <bool kLog>
+uint64_t FallBackAs(STEventInfo *pstInfo, uint8_t bIsAllRuleMatchFail)
+{
+    const char *const pcFunc = "ProcessNoMsgOrMatchFail";
+    const uint32_t uiTid = pstInfo->ucThreadID;
+    LOG_TRACE_IF(kLog, pcFunc, uiTid, "Match fail process,bIsAllRuleMatchFail is %u.", bIsAllRuleMatchFail);
+    if (pstInfo->pstFlowInfo == nullptr) {
+        return 0;
+    }
+    if (pstInfo->pstFlowInfo->ucIsBlack == 1) {
+        LOG_TRACE_IF(kLog, pcFunc, uiTid, "Match fail process,flow  host  is  black list.");
+        return PAGE_ID_BLACK;
+    }
+
+    const char *const pcFoundLine = "Match fail process,Get page by flow is OK,PageID is %llu.";
+    uint32_t uiPageType = PAGE_TYPE_SINGLE;
+    if (bIsAllRuleMatchFail != 0) {
+        // A request no rule placed opens its own page; flash content never
+        // becomes a web page.
+        if (IsBlackList(pstInfo->acURL, pstInfo->usURLLen, URL_MAX_LEN, pstInfo->acRefererUrl,
+                        pstInfo->usRefererUrlLen, REFERER_MAX_LEN, pstInfo->acContentType,
+                        pstInfo->usContentTypeLen, CONTENT_TYPE_MAX_LEN) != 0) {
+            LOG_TRACE_IF(kLog, pcFunc, uiTid, "Match fail process,Reqevent is in blacklist.");
+        } else {
+            uiPageType = PAGE_TYPE_ASSOCIATE;
+        }
+        const uint64_t ullPageID = InsertPageNode(pstInfo, uiPageType, 1);
+        LOG_TRACE_AS(pcFunc, uiTid, "Match fail process,insert page,PageID is %llu.", (unsigned long long)ullPageID);
+        if (ullPageID != 0) {
+            return ullPageID;
+        }
+        const STPageNode *pstPage = FlowPageTakingEvent(pstInfo, PAGE_LIST_ORDINARY, pcFunc, pcFoundLine);
+        return pstPage != nullptr ? pstPage->uiPageID : InsertPageNode(pstInfo, uiPageType, 0);
+    }
+
+    const STPageNode *pstPage = FlowPageTaking<kLog>(pstInfo, PAGE_LIST_ORDINARY, pcFunc, pcFoundLine);
+    return pstPage != nullptr ? pstPage->uiPageID : InsertPageNode(pstInfo, uiPageType, 0);
 }
 
 // The exported steps below past their argument checks, for callers that made
@@ -224,38 +275,7 @@ uint64_t MatchRequest(STEventInfo *pstInfo)
 
 uint64_t FallBack(STEventInfo *pstInfo, uint8_t bIsAllRuleMatchFail)
 {
-    const char *const pcFunc = "ProcessNoMsgOrMatchFail";
-    const uint32_t uiTid = pstInfo->ucThreadID;
-    LOG_TRACE_AS(pcFunc, uiTid, "Match fail process,bIsAllRuleMatchFail is %u.", bIsAllRuleMatchFail);
-    if (pstInfo->pstFlowInfo == nullptr) {
-        return 0;
-    }
-    if (pstInfo->pstFlowInfo->ucIsBlack == 1) {
-        LOG_TRACE_AS(pcFunc, uiTid, "Match fail process,flow  host  is  black list.");
-        return PAGE_ID_BLACK;
-    }
-
-    uint32_t uiPageType = PAGE_TYPE_SINGLE;
-    if (bIsAllRuleMatchFail != 0) {
-        // A request no rule placed opens its own page; flash content never
-        // becomes a web page.
-        if (IsBlackList(pstInfo->acURL, pstInfo->usURLLen, URL_MAX_LEN, pstInfo->acRefererUrl,
-                        pstInfo->usRefererUrlLen, REFERER_MAX_LEN, pstInfo->acContentType,
-                        pstInfo->usContentTypeLen, CONTENT_TYPE_MAX_LEN) != 0) {
-            LOG_TRACE_AS(pcFunc, uiTid, "Match fail process,Reqevent is in blacklist.");
-        } else {
-            uiPageType = PAGE_TYPE_ASSOCIATE;
-        }
-        const uint64_t ullPageID = InsertPageNode(pstInfo, uiPageType, 1);
-        LOG_TRACE_AS(pcFunc, uiTid, "Match fail process,insert page,PageID is %llu.", (unsigned long long)ullPageID);
-        if (ullPageID != 0) {
-            return ullPageID;
-        }
-    }
-
-    const STPageNode *pstPage = orvane::FlowPageTakingEvent(pstInfo, PAGE_LIST_ORDINARY, pcFunc,
-                                                            "Match fail process,Get page by flow is OK,PageID is %llu.");
-    return pstPage != nullptr ? pstPage->uiPageID : InsertPageNode(pstInfo, uiPageType, 0);
+    return LogOff() ? FallBackAs<false>(pstInfo, bIsAllRuleMatchFail) : FallBackAs<true>(pstInfo, bIsAllRuleMatchFail);
 }
 
 uint64_t HandleRequest(STEventInfo *pstInfo, const STWebPageEvent *pstEvent)
