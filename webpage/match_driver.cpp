@@ -2,6 +2,7 @@
 // matcher, runs the association rules in order and falls back to the flow's
 // page or a new one. Responses only take the fallback.
 #include <cstring>
+#include <tuple>
 
 #include "webpage_util.hpp"
 
@@ -100,32 +101,73 @@ uint64_t RunHeartBeat(STEventInfo *pstInfo)
     return ProcessHeartBeat(pstInfo);
 }
 
+bool Always(const STEventInfo &) { return true; }
+
 enum class RuleEnd : uint8_t {
     kOnMatch,    // log the matched line and stop when the rule names a page
     kLogAlways,  // log the matched line whatever the result; stop on a page
     kLast,       // log the matched line and the closing line; the result is final
+    kRefuse,     // a guard: log the line at ERROR and stop without a page
 };
 
-// Runs one rule that applies: its line before, the rule, its matched line
-// (a format with the page ID). True when the rule ends the match, with the
-// result in *pullPageID.
-template <RuleEnd kEnd, uint64_t (*Run)(STEventInfo *)>
-inline bool RunRule(STEventInfo *pstInfo, const char *pcBefore, const char *pcMatched, uint64_t *pullPageID)
+// One row of the rule table: what the rule needs and what it runs are part
+// of its type, so walking the table compiles to direct tests and calls.
+template <bool (*Applies)(const STEventInfo &), uint64_t (*Run)(STEventInfo *), RuleEnd kEnd>
+struct MatchRule {
+    const char *pcBefore;   // TRACE line before the rule runs, or null
+    const char *pcMatched;  // format with the page ID (the ERROR text of a guard)
+};
+
+// Order is policy: the first rule that names a page wins.
+constexpr auto kMatchRules = std::make_tuple(
+    MatchRule<HasHost, RunHeartBeat, RuleEnd::kOnMatch>{nullptr, "Event is HeartBeat, PageID = %llu."},
+    MatchRule<HasNoKeys, nullptr, RuleEnd::kRefuse>{nullptr, "ReqInfo is NULL."},
+    MatchRule<HasUrl, RunMainCompare<COMPARE_URL_WITH_MAIN_REQ_LOCATION>, RuleEnd::kOnMatch>{
+        "Matching main location with URL.", "URL match main location is OK, PageID = %llu."},
+    MatchRule<HasUrl, CompareUrlWithSubReqLocation, RuleEnd::kOnMatch>{
+        "Matching sub location with URL.", "URL match sub location is OK, PageID = %llu."},
+    MatchRule<LacksHost, ProcessSpecialUri, RuleEnd::kLogAlways>{nullptr, "Special URL, PageID = %llu."},
+    MatchRule<HasReferer, RunMainCompare<COMPARE_REFERER_WITH_MAIN_REQ_URL>, RuleEnd::kOnMatch>{
+        "Matching main URL with referer.", "Referer match main URL is OK, PageID = %llu."},
+    MatchRule<HasReferer, CompareRefererWithSubReqUrl, RuleEnd::kOnMatch>{
+        "Matching sub URL with referer.", "Referer match sub URL is OK, PageID = %llu."},
+    MatchRule<HasReferer, CompareRefererWithAllReqReferer, RuleEnd::kOnMatch>{
+        "Matching main referer with referer.", "Referer match main referer is OK, PageID = %llu."},
+    MatchRule<HasHost, RunMainCompare<COMPARE_HOST_WITH_MAIN_REQ_HOST>, RuleEnd::kOnMatch>{
+        "Matching main host with host.", "Host match main host is OK, PageID = %llu."},
+    MatchRule<HasHost, CompareHostWithSubReqHost, RuleEnd::kOnMatch>{
+        "Matching sub host with host.", "Host match sub host is OK, PageID = %llu."},
+    MatchRule<Always, CompareMsgTimeWithAllPageNode, RuleEnd::kLast>{nullptr, "Time match, PageID = %llu."});
+
+// Runs one row of the table; true when the match ends there, with the
+// result in *pullPageID. Whether the rule applies is read from the record
+// just before it, as an earlier rule may have written it.
+template <bool (*Applies)(const STEventInfo &), uint64_t (*Run)(STEventInfo *), RuleEnd kEnd>
+bool RunRule(const MatchRule<Applies, Run, kEnd> &stRule, STEventInfo *pstInfo, uint64_t *pullPageID)
 {
-    const uint32_t uiTid = pstInfo->ucThreadID;
     const char *const pcFunc = "WebPageMsgMatch";
-    if (pcBefore != nullptr) {
-        LOG_TRACE_AS(pcFunc, uiTid, "%s", pcBefore);
+    const uint32_t uiTid = pstInfo->ucThreadID;
+    if (!Applies(*pstInfo)) {
+        return false;
     }
-    const uint64_t ullPageID = Run(pstInfo);
-    if (ullPageID != 0 || kEnd != RuleEnd::kOnMatch) {
-        LOG_TRACE_AS(pcFunc, uiTid, pcMatched, (unsigned long long)ullPageID);
+    if constexpr (kEnd == RuleEnd::kRefuse) {
+        LOG_ERROR_AS(pcFunc, uiTid, "%s", stRule.pcMatched);
+        *pullPageID = 0;
+        return true;
+    } else {
+        if (stRule.pcBefore != nullptr) {
+            LOG_TRACE_AS(pcFunc, uiTid, "%s", stRule.pcBefore);
+        }
+        const uint64_t ullPageID = Run(pstInfo);
+        if (ullPageID != 0 || kEnd != RuleEnd::kOnMatch) {
+            LOG_TRACE_AS(pcFunc, uiTid, stRule.pcMatched, (unsigned long long)ullPageID);
+        }
+        if (kEnd == RuleEnd::kLast) {
+            LOG_TRACE_AS(pcFunc, uiTid, "****Match webpage is end*********************************.");
+        }
+        *pullPageID = ullPageID;
+        return ullPageID != 0 || kEnd == RuleEnd::kLast;
     }
-    if (kEnd == RuleEnd::kLast) {
-        LOG_TRACE_AS(pcFunc, uiTid, "****Match webpage is end*********************************.");
-    }
-    *pullPageID = ullPageID;
-    return ullPageID != 0 || kEnd == RuleEnd::kLast;
 }
 
 }  // namespace
@@ -209,67 +251,9 @@ uint64_t FallBackAs(STEventInfo *pstInfo, uint8_t bIsAllRuleMatchFail)
 // them; their lines still name the exported functions.
 uint64_t MatchRequest(STEventInfo *pstInfo)
 {
-    const char *const pcFunc = "WebPageMsgMatch";
-    const uint32_t uiTid = pstInfo->ucThreadID;
-    LOG_TRACE_AS(pcFunc, uiTid, "****Match webpage is begin*********************************.");
-
-    // Order is policy: the first rule that names a page wins. Whether a rule
-    // applies is read from the record just before it, as a rule may write it.
+    LOG_TRACE_AS("WebPageMsgMatch", pstInfo->ucThreadID, "****Match webpage is begin*********************************.");
     uint64_t ullPageID = 0;
-    if (HasHost(*pstInfo) && RunRule<RuleEnd::kOnMatch, RunHeartBeat>(
-                                 pstInfo, nullptr, "Event is HeartBeat, PageID = %llu.", &ullPageID)) {
-        return ullPageID;
-    }
-    if (HasNoKeys(*pstInfo)) {
-        LOG_ERROR_AS(pcFunc, uiTid, "%s", "ReqInfo is NULL.");
-        return 0;
-    }
-    if (HasUrl(*pstInfo) &&
-        RunRule<RuleEnd::kOnMatch, RunMainCompare<COMPARE_URL_WITH_MAIN_REQ_LOCATION>>(
-            pstInfo, "Matching main location with URL.", "URL match main location is OK, PageID = %llu.",
-            &ullPageID)) {
-        return ullPageID;
-    }
-    if (HasUrl(*pstInfo) &&
-        RunRule<RuleEnd::kOnMatch, CompareUrlWithSubReqLocation>(pstInfo, "Matching sub location with URL.",
-                                                                 "URL match sub location is OK, PageID = %llu.",
-                                                                 &ullPageID)) {
-        return ullPageID;
-    }
-    if (LacksHost(*pstInfo) &&
-        RunRule<RuleEnd::kLogAlways, ProcessSpecialUri>(pstInfo, nullptr, "Special URL, PageID = %llu.", &ullPageID)) {
-        return ullPageID;
-    }
-    if (HasReferer(*pstInfo) &&
-        RunRule<RuleEnd::kOnMatch, RunMainCompare<COMPARE_REFERER_WITH_MAIN_REQ_URL>>(
-            pstInfo, "Matching main URL with referer.", "Referer match main URL is OK, PageID = %llu.", &ullPageID)) {
-        return ullPageID;
-    }
-    if (HasReferer(*pstInfo) &&
-        RunRule<RuleEnd::kOnMatch, CompareRefererWithSubReqUrl>(pstInfo, "Matching sub URL with referer.",
-                                                                "Referer match sub URL is OK, PageID = %llu.",
-                                                                &ullPageID)) {
-        return ullPageID;
-    }
-    if (HasReferer(*pstInfo) &&
-        RunRule<RuleEnd::kOnMatch, CompareRefererWithAllReqReferer>(pstInfo, "Matching main referer with referer.",
-                                                                    "Referer match main referer is OK, PageID = %llu.",
-                                                                    &ullPageID)) {
-        return ullPageID;
-    }
-    if (HasHost(*pstInfo) &&
-        RunRule<RuleEnd::kOnMatch, RunMainCompare<COMPARE_HOST_WITH_MAIN_REQ_HOST>>(
-            pstInfo, "Matching main host with host.", "Host match main host is OK, PageID = %llu.", &ullPageID)) {
-        return ullPageID;
-    }
-    if (HasHost(*pstInfo) &&
-        RunRule<RuleEnd::kOnMatch, CompareHostWithSubReqHost>(pstInfo, "Matching sub host with host.",
-                                                              "Host match sub host is OK, PageID = %llu.",
-                                                              &ullPageID)) {
-        return ullPageID;
-    }
-    (void)RunRule<RuleEnd::kLast, CompareMsgTimeWithAllPageNode>(pstInfo, nullptr, "Time match, PageID = %llu.",
-                                                                  &ullPageID);
+    std::apply([&](const auto &...stRule) { (void)(RunRule(stRule, pstInfo, &ullPageID) || ...); }, kMatchRules);
     return ullPageID;
 }
 
