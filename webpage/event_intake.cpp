@@ -67,7 +67,7 @@ inline bool LowerAndHash16(char *pcText, uint32_t *puiHash)
     if (_mm_movemask_epi8(_mm_cmpeq_epi8(v, vZero)) != 0) {
         return false;
     }
-    // 'A'..'Z' moved to the bottom of the signed range: below -102 exactly they.
+    // Adding 0x80 - 'A' moves 'A'..'Z' to -128..-103: as signed bytes, the only ones below -102.
     const __m128i vShifted = _mm_add_epi8(v, _mm_set1_epi8(static_cast<char>(0x80 - 'A')));
     const __m128i vCapitals = _mm_cmplt_epi8(vShifted, _mm_set1_epi8(static_cast<char>(-0x80 + 26)));
     v = _mm_or_si128(v, _mm_and_si128(vCapitals, _mm_set1_epi8(0x20)));
@@ -81,9 +81,11 @@ inline bool LowerAndHash16(char *pcText, uint32_t *puiHash)
     constexpr uint32_t kHashFactor12 = kHashFactor8 * kHashFactor4;
     const __m128i vEven = _mm_mul_epu32(vQuads, _mm_set_epi32(0, static_cast<int>(kHashFactor4), 0,
                                                              static_cast<int>(kHashFactor12)));
-    const __m128i vOdd = _mm_mul_epu32(_mm_srli_epi64(vQuads, 32), _mm_set_epi32(0, 1, 0, static_cast<int>(kHashFactor8)));
-    const __m128i vSums = _mm_add_epi64(vEven, vOdd);
-    const uint32_t uiSum = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_add_epi32(vSums, _mm_shuffle_epi32(vSums, 0x4E))));
+    const __m128i vOdd =
+        _mm_mul_epu32(_mm_srli_epi64(vQuads, 32), _mm_set_epi32(0, 1, 0, static_cast<int>(kHashFactor8)));
+    const __m128i vSums = _mm_add_epi64(vEven, vOdd);  // 64-bit lanes: their low halves matter
+    const uint32_t uiSum =
+        static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_add_epi32(vSums, _mm_shuffle_epi32(vSums, 0x4E))));
     *puiHash = *puiHash * (kHashFactor8 * kHashFactor8) + uiSum;
     return true;
 }
@@ -347,16 +349,16 @@ uint32_t ReadRequest(const STWebPageEvent *pstEvent, STEventInfo *pstInfo, size_
     const uint8_t ucTid = pstInfo->ucThreadID;
 
     TakeEndpoints(pstEvent, pstInfo);
-    LOG_TRACE_IF(kLog, pcFunc, ucTid, "ClientPort is %u,ServerPort is %u,ClientIp is %u, ServerIp is %u.", pstInfo->usClientPort,
-              pstInfo->usServerPort, pstInfo->uiClientIp, pstInfo->uiServerIp);
+    LOG_TRACE_IF(kLog, pcFunc, ucTid, "ClientPort is %u,ServerPort is %u,ClientIp is %u, ServerIp is %u.",
+                 pstInfo->usClientPort, pstInfo->usServerPort, pstInfo->uiClientIp, pstInfo->uiServerIp);
 
     pstInfo->ullReqBeginTime = pstEvent->ullMsgBeginTime;
     pstInfo->ullReqEndTime = pstEvent->ullMsgEndTime;
     pstInfo->ullMsgEndTime = pstEvent->ullMsgEndTime;
     pstInfo->ullFirTime = pstEvent->ullFirTime;
     LOG_TRACE_IF(kLog, pcFunc, ucTid, "ReqBeginTime is %llu,ReqEndTime is %llu,MsgEndTime is %llu,FirTime is %llu.",
-              Llu(pstInfo->ullReqBeginTime), Llu(pstInfo->ullReqEndTime), Llu(pstInfo->ullMsgEndTime),
-              Llu(pstInfo->ullFirTime));
+                 Llu(pstInfo->ullReqBeginTime), Llu(pstInfo->ullReqEndTime), Llu(pstInfo->ullMsgEndTime),
+                 Llu(pstInfo->ullFirTime));
 
     pstInfo->usCauseCode = static_cast<uint16_t>(pstEvent->usRspCode & 0xFFFFu);
     pstInfo->uiReqMethod = pstEvent->ucReqMethod;
@@ -386,20 +388,20 @@ uint32_t ReadRequest(const STWebPageEvent *pstEvent, STEventInfo *pstInfo, size_
         pstInfo->usRefererUrlLen =
             CopyCut(pstInfo->acRefererUrl, HOST_MAX_LEN, pstEvent->pucReferHost, pstEvent->usReferHostLen);
         LOG_INFO_IF(kLog, pcFunc, ucTid, "RefererHostLen is %u,RefererHost is [%s].", pstInfo->usRefererUrlLen,
-                 pstInfo->acRefererUrl);
+                    pstInfo->acRefererUrl);
     }
     if (usReferPathLen != 0) {
         if (pstInfo->usRefererUrlLen < REFERER_MAX_LEN) {
             Join(pstInfo->acRefererUrl, &pstInfo->usRefererUrlLen, acReferPath, usReferPathLen, REFERER_MAX_LEN);
         }
         pstInfo->acRefererUrl[pstInfo->usRefererUrlLen] = '\0';
-        LOG_TRACE_IF(kLog, pcFunc, ucTid, "After assembly, RefererUrlLen is %u,RefererUrl is [%s].", pstInfo->usRefererUrlLen,
-                  pstInfo->acRefererUrl);
+        LOG_TRACE_IF(kLog, pcFunc, ucTid, "After assembly, RefererUrlLen is %u,RefererUrl is [%s].",
+                     pstInfo->usRefererUrlLen, pstInfo->acRefererUrl);
     }
     if (pstInfo->usRefererUrlLen != 0) {
         pstInfo->uiRefererHashKey = LowerAndHashKey(pstInfo->acRefererUrl, pstInfo->usRefererUrlLen);
         LOG_TRACE_IF(kLog, pcFunc, ucTid, "After Hash,RefererUrlLen is %u,RefererUrl is [%s],RefererHashKey is %u.",
-                  pstInfo->usRefererUrlLen, pstInfo->acRefererUrl, pstInfo->uiRefererHashKey);
+                     pstInfo->usRefererUrlLen, pstInfo->acRefererUrl, pstInfo->uiRefererHashKey);
     }
 
     uint32_t uiHostHash = 0;
@@ -407,20 +409,22 @@ uint32_t ReadRequest(const STWebPageEvent *pstEvent, STEventInfo *pstInfo, size_
     if (pstInfo->usHostLen != 0) {
         uiHostHash = LowerAndHash(0, pstInfo->acHost, pstInfo->usHostLen, &ulHostHashed);
         pstInfo->uiHostHashKey = uiHostHash & kHashMask;
-        LOG_TRACE_IF(kLog, pcFunc, ucTid, "After Hash,HostLen is %u,Host is [%s],HostHashKey is %u.", pstInfo->usHostLen,
-                  pstInfo->acHost, pstInfo->uiHostHashKey);
+        LOG_TRACE_IF(kLog, pcFunc, ucTid, "After Hash,HostLen is %u,Host is [%s],HostHashKey is %u.",
+                     pstInfo->usHostLen, pstInfo->acHost, pstInfo->uiHostHashKey);
         // The URL starts from the host already in small letters.
         ORV_MEMCPY(pstInfo->acURL, URL_MAX_LEN, pstInfo->acHost, pstInfo->usHostLen);
         pstInfo->usURLLen = pstInfo->usHostLen;
         pstInfo->acURL[pstInfo->usURLLen] = '\0';
-        LOG_TRACE_IF(kLog, pcFunc, ucTid, "Copy Host to URL,URLLen is %u,URL is [%s].", pstInfo->usURLLen, pstInfo->acURL);
+        LOG_TRACE_IF(kLog, pcFunc, ucTid, "Copy Host to URL,URLLen is %u,URL is [%s].", pstInfo->usURLLen,
+                     pstInfo->acURL);
     }
     if (pstInfo->usUriLen != 0) {
         if (pstInfo->usURLLen < URL_MAX_LEN) {
             Join(pstInfo->acURL, &pstInfo->usURLLen, pstInfo->acUri, pstInfo->usUriLen, URL_MAX_LEN);
         }
         pstInfo->acURL[pstInfo->usURLLen] = '\0';
-        LOG_TRACE_IF(kLog, pcFunc, ucTid, "After assembly,URLLen is %u,URL is [%s].", pstInfo->usURLLen, pstInfo->acURL);
+        LOG_TRACE_IF(kLog, pcFunc, ucTid, "After assembly,URLLen is %u,URL is [%s].", pstInfo->usURLLen,
+                     pstInfo->acURL);
     }
     if (pstInfo->usURLLen != 0) {
         // Whether the path was appended or carried the host itself, the URL
@@ -438,8 +442,8 @@ uint32_t ReadRequest(const STWebPageEvent *pstEvent, STEventInfo *pstInfo, size_
                                      static_cast<uint32_t>(pstInfo->usURLLen - ulHostLen), &ulHashed);
         }
         pstInfo->uiURLHashKey = uiURLHash & kHashMask;
-        LOG_TRACE_IF(kLog, pcFunc, ucTid, "After Hash,URLLen is %u,URL is [%s],URLHashKey is %u.", pstInfo->usURLLen, pstInfo->acURL,
-                  pstInfo->uiURLHashKey);
+        LOG_TRACE_IF(kLog, pcFunc, ucTid, "After Hash,URLLen is %u,URL is [%s],URLHashKey is %u.", pstInfo->usURLLen,
+                     pstInfo->acURL, pstInfo->uiURLHashKey);
     }
 
     TakeContentType<kLog>(pstEvent, pstInfo, pcFunc);
@@ -468,8 +472,8 @@ uint32_t ReadResponse(const STWebPageEvent *pstEvent, STEventInfo *pstInfo)
     pstInfo->ucFinRst = pstEvent->ucFinRst;
     pstInfo->uiEventID = pstEvent->usEventID;
     LOG_TRACE_IF(kLog, pcFunc, ucTid, "ReqBeginTime is %llu,ReqEndTime is %llu,MsgEndTime is %llu,FirTime is %llu.",
-              Llu(pstInfo->ullReqBeginTime), Llu(pstInfo->ullReqEndTime), Llu(pstInfo->ullMsgEndTime),
-              Llu(pstInfo->ullFirTime));
+                 Llu(pstInfo->ullReqBeginTime), Llu(pstInfo->ullReqEndTime), Llu(pstInfo->ullMsgEndTime),
+                 Llu(pstInfo->ullFirTime));
 
     TakeContentType<kLog>(pstEvent, pstInfo, pcFunc);
     if (HasText(pstEvent->pucLocation, pstEvent->usLocationLen)) {

@@ -79,6 +79,7 @@ void MarkFlowBlack(STEventInfo *pstInfo, uint8_t ucBlack)
 bool HasHost(const STEventInfo &stInfo) { return stInfo.uiHostHashKey != 0; }
 bool HasUrl(const STEventInfo &stInfo) { return stInfo.uiURLHashKey != 0; }
 bool HasReferer(const STEventInfo &stInfo) { return stInfo.uiRefererHashKey != 0; }
+bool Always(const STEventInfo &) { return true; }
 bool HasNoKeys(const STEventInfo &stInfo) { return !HasHost(stInfo) && !HasUrl(stInfo) && !HasReferer(stInfo); }
 // The URL was assembled without a host.
 bool LacksHost(const STEventInfo &stInfo) { return stInfo.usURLLen == 0 || stInfo.acURL[0] == '/'; }
@@ -100,8 +101,6 @@ uint64_t RunHeartBeat(STEventInfo *pstInfo)
     }
     return ProcessHeartBeat(pstInfo);
 }
-
-bool Always(const STEventInfo &) { return true; }
 
 enum class RuleEnd : uint8_t {
     kOnMatch,    // log the matched line and stop when the rule names a page
@@ -251,7 +250,8 @@ uint64_t FallBackAs(STEventInfo *pstInfo, uint8_t bIsAllRuleMatchFail)
 // them; their lines still name the exported functions.
 uint64_t MatchRequest(STEventInfo *pstInfo)
 {
-    LOG_TRACE_AS("WebPageMsgMatch", pstInfo->ucThreadID, "****Match webpage is begin*********************************.");
+    LOG_TRACE_AS("WebPageMsgMatch", pstInfo->ucThreadID,
+                 "****Match webpage is begin*********************************.");
     uint64_t ullPageID = 0;
     std::apply([&](const auto &...stRule) { (void)(RunRule(stRule, pstInfo, &ullPageID) || ...); }, kMatchRules);
     return ullPageID;
@@ -286,7 +286,8 @@ uint64_t HandleRequest(STEventInfo *pstInfo, const STWebPageEvent *pstEvent)
         LOG_TRACE_AS(pcFunc, uiTid, "ucid  WebPageUcidMsgMatch, PageID=%llu.", (unsigned long long)ullPageID);
         if (ullPageID == 0) {
             ullPageID = InsertUcidPageNode(pstInfo, PAGE_TYPE_ASSOCIATE);
-            LOG_TRACE_AS(pcFunc, uiTid, "WebPageucidMsgMatch, fail ! create page PageID=%llu.", (unsigned long long)ullPageID);
+            LOG_TRACE_AS(pcFunc, uiTid, "WebPageucidMsgMatch, fail ! create page PageID=%llu.",
+                         (unsigned long long)ullPageID);
         }
         if (pstInfo->pstFlowInfo != nullptr) {
             pstInfo->pstFlowInfo->ucIsUcid = 1;

@@ -75,21 +75,22 @@ void SaveFirstRequest(STEventInfo *pstInfo, STPageNode *pstPage)
     if (pstInfo->usHostLen != 0) {
         pstPage->usHostLen = CopyCut(pstPage->acHost, HOST_MAX_LEN, pstInfo->acHost, pstInfo->usHostLen);
         pstPage->uiHostKey = pstInfo->uiHostHashKey;
-        LOG_TRACE_IF(kLog, pcFunc, ucTid, "Save host info to page, HostLen is %u, Host is [%s], HostKey is %u.", pstPage->usHostLen,
-                  pstPage->acHost, pstPage->uiHostKey);
+        LOG_TRACE_IF(kLog, pcFunc, ucTid, "Save host info to page, HostLen is %u, Host is [%s], HostKey is %u.",
+                     pstPage->usHostLen, pstPage->acHost, pstPage->uiHostKey);
     }
     if (pstInfo->usURLLen != 0) {
         pstPage->usURLLen = CopyCut(pstPage->acURL, URL_MAX_LEN, pstInfo->acURL, pstInfo->usURLLen);
         pstPage->uiURLKey = pstInfo->uiURLHashKey;
-        LOG_TRACE_IF(kLog, pcFunc, ucTid, "Save URL info to page, URLLen is %u, URL is [%s], URLKey is %u.", pstPage->usURLLen,
-                  pstPage->acURL, pstPage->uiURLKey);
+        LOG_TRACE_IF(kLog, pcFunc, ucTid, "Save URL info to page, URLLen is %u, URL is [%s], URLKey is %u.",
+                     pstPage->usURLLen, pstPage->acURL, pstPage->uiURLKey);
     }
     if (pstInfo->usLocationLen != 0) {
         pstPage->usLocationLen =
             CopyCut(pstPage->acLocation, LOCATION_MAX_LEN, pstInfo->acLocation, pstInfo->usLocationLen);
         pstPage->uiLocationKey = pstInfo->uiLocationHashKey;
-        LOG_TRACE_IF(kLog, pcFunc, ucTid, "Save location info to page, LocationLen is %u, Location is [%s], LocationKey is %u.",
-                  pstPage->usLocationLen, pstPage->acLocation, pstPage->uiLocationKey);
+        LOG_TRACE_IF(kLog, pcFunc, ucTid,
+                     "Save location info to page, LocationLen is %u, Location is [%s], LocationKey is %u.",
+                     pstPage->usLocationLen, pstPage->acLocation, pstPage->uiLocationKey);
     }
     // Only the referer's key is kept: pages are never compared by referer text.
     pstPage->uiRefererKey = pstInfo->uiRefererHashKey;
