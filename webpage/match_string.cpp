@@ -107,7 +107,13 @@ __attribute__((always_inline)) inline void SaveKind(STEventInfo *pstInfo, STPage
         // Seen again: it becomes the newest of its list, keeping its text and
         // the level it was first saved with.
         STTranNode *pstNode = NodeOf(pstStr);
-        if (orvane::ListRemove(pstNode, pstList) == 0 && orvane::ListInsertTail(pstNode, pstList) != 0) {
+        // Already the newest, its links agreeing with its neighbours': moving
+        // it to the tail would rewrite every link as it is.
+        STTranNode *const pstHead = pstList->pstHead;
+        const bool bInPlace = pstList->uiNodeNum >= 2 && pstNode != pstHead && pstHead->pstPrev == pstNode &&
+                              pstNode->pstNext == pstHead && pstNode->pstPrev != nullptr &&
+                              pstNode->pstPrev->pstNext == pstNode;
+        if (!bInPlace && orvane::ListRemove(pstNode, pstList) == 0 && orvane::ListInsertTail(pstNode, pstList) != 0) {
             orvane::PoolGive(pstNode, pstPool);
             return;
         }
