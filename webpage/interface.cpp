@@ -209,7 +209,7 @@ uint32_t API_AssociateWebPage(uint32_t uiThreadID, STFlowInfo *pstFlowInfo, cons
     }
 
     STEventInfo stInfo;
-    InitPageProcessInfo(ucThreadID, pstFlowInfo, &stInfo);
+    orvane::ResetRecord(ucThreadID, pstFlowInfo, &stInfo);
 
     uint64_t ullPageID = 0;
     switch (pstEvent->usEventID) {

@@ -211,25 +211,7 @@ void InitPageProcessInfo(uint8_t ucThreadID, STFlowInfo *pstFlowInfo, STEventInf
         LOG_ERROR(ucThreadID, "para error.");
         return;
     }
-    // Every text is read only up to its length, so clearing its first byte
-    // is enough; the record is set up afresh for every event. The numbers
-    // before the texts, and those after them, are cleared as two runs.
-    static_assert(offsetof(STEventInfo, ucThreadID) == 0 && offsetof(STEventInfo, acHost) < 64 &&
-                      offsetof(STEventInfo, ullReqBeginTime) > offsetof(STEventInfo, acUri),
-                  "numbers first, then the texts, then times and the rest");
-    ORV_MEMSET(pstInfo, sizeof(*pstInfo), 0, offsetof(STEventInfo, acHost));
-    pstInfo->ucThreadID = ucThreadID;
-    pstInfo->acHost[0] = '\0';
-    pstInfo->acURL[0] = '\0';
-    pstInfo->acRefererUrl[0] = '\0';
-    pstInfo->acLocation[0] = '\0';
-    pstInfo->acContentType[0] = '\0';
-    pstInfo->acUri[0] = '\0';
-    char *const pcTail = reinterpret_cast<char *>(&pstInfo->ullReqBeginTime);
-    ORV_MEMSET(pcTail, sizeof(*pstInfo), 0, sizeof(*pstInfo) - offsetof(STEventInfo, ullReqBeginTime));
-    pstInfo->pstFlowInfo = pstFlowInfo;
-    pstInfo->uiReqMethod = METHOD_NONE;
-    pstInfo->uiMatchLevel = MATCH_LEVEL_NONE;
+    orvane::ResetRecord(ucThreadID, pstFlowInfo, pstInfo);
 }
 
 void SaveFirReqString(STEventInfo *pstInfo, STPageNode *pstPage)
