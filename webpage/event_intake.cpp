@@ -375,13 +375,22 @@ uint32_t ReadRequest(const STWebPageEvent *pstEvent, STEventInfo *pstInfo, size_
         LOG_INFO_IF(kLog, pcFunc, ucTid, "HostLen is %u,Host is [%s].", pstInfo->usHostLen, pstInfo->acHost);
     }
 
-    // The referer path waits in a scratch text until the referer host is in place.
+    // The referer path waits in a scratch text until the referer host is in
+    // place, terminated for its INFO line. With no line to write, the join
+    // takes it from the event: it reads no further than the cut length.
     char acReferPath[REFERER_PATH_MAX_LEN + 1];
-    acReferPath[0] = '\0';
+    const char *pcReferPath = acReferPath;
     uint16_t usReferPathLen = 0;
     if (HasText(pstEvent->pucReferURL, pstEvent->usReferURLLen)) {
-        usReferPathLen = CopyCut(acReferPath, REFERER_PATH_MAX_LEN, pstEvent->pucReferURL, pstEvent->usReferURLLen);
-        LOG_INFO_IF(kLog, pcFunc, ucTid, "RefererLen is %u,Referer is [%s].", usReferPathLen, acReferPath);
+        if (kLog) {
+            usReferPathLen =
+                CopyCut(acReferPath, REFERER_PATH_MAX_LEN, pstEvent->pucReferURL, pstEvent->usReferURLLen);
+            LOG_INFO_IF(kLog, pcFunc, ucTid, "RefererLen is %u,Referer is [%s].", usReferPathLen, acReferPath);
+        } else {
+            pcReferPath = reinterpret_cast<const char *>(pstEvent->pucReferURL);
+            usReferPathLen = pstEvent->usReferURLLen < REFERER_PATH_MAX_LEN ? pstEvent->usReferURLLen
+                                                                            : uint16_t{REFERER_PATH_MAX_LEN};
+        }
     }
     if (HasText(pstEvent->pucReferHost, pstEvent->usReferHostLen)) {
         // The referer host is cut like a host, although its array holds a whole URL.
@@ -392,7 +401,7 @@ uint32_t ReadRequest(const STWebPageEvent *pstEvent, STEventInfo *pstInfo, size_
     }
     if (usReferPathLen != 0) {
         if (pstInfo->usRefererUrlLen < REFERER_MAX_LEN) {
-            Join(pstInfo->acRefererUrl, &pstInfo->usRefererUrlLen, acReferPath, usReferPathLen, REFERER_MAX_LEN);
+            Join(pstInfo->acRefererUrl, &pstInfo->usRefererUrlLen, pcReferPath, usReferPathLen, REFERER_MAX_LEN);
         }
         pstInfo->acRefererUrl[pstInfo->usRefererUrlLen] = '\0';
         LOG_TRACE_IF(kLog, pcFunc, ucTid, "After assembly, RefererUrlLen is %u,RefererUrl is [%s].",
