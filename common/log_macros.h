@@ -83,6 +83,39 @@ void LogNamed(uint32_t uiThreadID, uint32_t uiLevel, const LogFileName &stName, 
 #define LOG_INFO_AS(func, tid, ...) ORVANE_LOG_AT_AS(LOG_LEVEL_INFO, func, tid, __VA_ARGS__)
 #define LOG_ERROR_AS(func, tid, ...) ORVANE_LOG_AT_AS(LOG_LEVEL_ERROR, func, tid, __VA_ARGS__)
 
+namespace orvane {
+
+// True while no line of any level can be written. Hot code is built twice:
+// once with its log sites compiled out, taken when this holds where the code
+// would first test the level, and once as written, each site testing the
+// live level. The decision holds only while no daemon code can run: with no
+// line written no log callback runs, but a DNS, page-end or timer callback
+// may rewrite the level, so code that calls one decides again after it.
+inline bool LogOff() { return g_enSDKLogLevel > LOG_LEVEL_ERROR; }
+
+}  // namespace orvane
+
+// Log sites of such twice-built code: `on` is the instantiation's constant,
+// false where the level was found off.
+#define LOG_TRACE_IF(on, func, tid, ...)                 \
+    do {                                                 \
+        if (on) {                                        \
+            LOG_TRACE_AS(func, tid, __VA_ARGS__);        \
+        }                                                \
+    } while (0)
+#define LOG_INFO_IF(on, func, tid, ...)                  \
+    do {                                                 \
+        if (on) {                                        \
+            LOG_INFO_AS(func, tid, __VA_ARGS__);         \
+        }                                                \
+    } while (0)
+#define LOG_ERROR_IF(on, func, tid, ...)                 \
+    do {                                                 \
+        if (on) {                                        \
+            LOG_ERROR_AS(func, tid, __VA_ARGS__);        \
+        }                                                \
+    } while (0)
+
 // Bounded copies, as the exported SF_*_Ex wrappers make them (log.cpp):
 // the count cut at the destination's size, nothing done without both ends.
 // Inline here, as these run several times per event; the rare string

@@ -35,6 +35,14 @@ TEST_F(ClassifyTest, WebTypeIsAPrefixEitherWayOrARedirect)
     EXPECT_EQ(IsWebType(nullptr, 9, 64, 200), 0);
     g_ausCauseCode407[0] = 0;
     EXPECT_EQ(IsWebType("image/png", 9, 64, 407), 0);
+    // A NUL inside the text is compared like any byte.
+    EXPECT_EQ(IsWebType("text/h\0tml", 10, 64, 0), 0);
+    // A configured type may fill its array without a NUL; an emptied one matches nothing.
+    std::memcpy(g_stPageConfig.aacContentType[0], "text/html-and-more-characters!", PAGE_CONTENT_TYPE_LEN);
+    g_stPageConfig.aacContentType[1][0] = '\0';
+    EXPECT_EQ(IsWebType("text/html-and-more-characters!x", 31, 64, 0), 1);
+    EXPECT_EQ(IsWebType("text/html-and-more-characters?", 30, 64, 0), 0);
+    EXPECT_EQ(IsWebType("application/xhtml+xml", 21, 64, 0), 0);
 }
 
 TEST_F(ClassifyTest, FlashInTheContentTypeOrSwfAtTheEndOfAUrl)

@@ -1,8 +1,12 @@
 // Saved match strings: which strings an event leaves on its page, refreshing
 // to the tail, and the fixed pool they share (the level bound shows in the
 // referer chain of the sub-request rules).
+#include <algorithm>
 #include <cstring>
+#include <functional>
+#include <string>
 #include <tuple>
+#include <vector>
 
 #include "daemon_fixture.hpp"
 #include "list_walk.hpp"
@@ -136,6 +140,90 @@ TEST_F(MatchStringTest, ClosedPageGivesItsStringsBack)
     SetReferer(ev, "late.example/p");
     SaveStringCommon(&ev);
     EXPECT_EQ(FreeStrings(), MATCH_STR_NODE_NUM);
+}
+
+// A pool of eight nodes and one list built on it, described by node index so
+// that two copies can be compared.
+struct PoolAndList {
+    CMemPool pool{};
+    STTranManage list{};
+    std::vector<STTranNode *> nodes;
+
+    explicit PoolAndList(const std::vector<int> &ring)
+    {
+        EXPECT_EQ(setInitMemPool(8, 24, 0, &pool), 0u);
+        InitSTTranManage(MatchStrCompare, &list);
+        for (int i = 0; i < 8; ++i) {
+            nodes.push_back(ApplyNodeMem(&pool));
+        }
+        for (int i : ring) {
+            EXPECT_EQ(InsertNodeTail(nodes[i], &list), 0u);
+        }
+        for (int i = 7; i >= 0; --i) {
+            if (std::find(ring.begin(), ring.end(), i) == ring.end()) {
+                FreeNodeMem(nodes[i], &pool);
+            }
+        }
+    }
+    ~PoolAndList() { FreeCMemPoolList(&pool); }
+
+    int Index(const STTranNode *n) const
+    {
+        return n == nullptr ? -1 : static_cast<int>(std::find(nodes.begin(), nodes.end(), n) - nodes.begin());
+    }
+    std::string Shape() const
+    {
+        std::string out = "head " + std::to_string(Index(list.pstHead)) + " count " +
+                          std::to_string(list.uiNodeNum) + " free";
+        for (const STTranNode *n = pool.m_pstFreeHead; n != nullptr && out.size() < 400; n = n->pstNext) {
+            out += " " + std::to_string(Index(n));
+        }
+        out += " tail " + std::to_string(Index(pool.m_pstFreeTail)) + " links";
+        for (const STTranNode *n : nodes) {
+            out += " " + std::to_string(Index(n->pstPrev)) + "/" + std::to_string(Index(n->pstNext));
+        }
+        return out + " used " + std::to_string(pool.m_uiUsedNodeNum);
+    }
+};
+
+// Release as a walk that unlinks and frees node by node.
+void ReleaseNodeByNode(STTranManage *list, CMemPool *pool)
+{
+    STTranNode *const head = list->pstHead;
+    const uint32_t limit = list->uiNodeNum;  // the walk's bound is the count it started with
+    STTranNode *node = head;
+    for (uint32_t i = 0; head != nullptr && i < limit && node != nullptr; ++i) {
+        STTranNode *next = node->pstNext;
+        if (RemoveNode(node, list) == 0) {
+            FreeNodeMem(node, pool);
+        }
+        if (next == head) {
+            break;
+        }
+        node = next;
+    }
+}
+
+TEST(MatchStringRelease, LeavesWhatUnlinkingNodeByNodeLeaves)
+{
+    // Damage a daemon may do with the exported list operations: a count
+    // that disagrees with the ring, a broken back link, a cut ring.
+    const std::vector<std::function<void(PoolAndList &)>> damage = {
+        [](PoolAndList &) {},
+        [](PoolAndList &p) { p.list.uiNodeNum += 2; },
+        [](PoolAndList &p) { p.list.uiNodeNum -= 1; },
+        [](PoolAndList &p) { p.nodes[4]->pstPrev = p.nodes[1]; },
+        [](PoolAndList &p) { p.nodes[4]->pstNext = nullptr; },
+        [](PoolAndList &p) { p.nodes[6]->pstNext = p.nodes[4]; },
+    };
+    for (size_t d = 0; d < damage.size(); ++d) {
+        PoolAndList fast({2, 5, 4, 0, 6}), slow({2, 5, 4, 0, 6});
+        damage[d](fast);
+        damage[d](slow);
+        ReleaseMatchList(&fast.list, &fast.pool);
+        ReleaseNodeByNode(&slow.list, &slow.pool);
+        EXPECT_EQ(fast.Shape(), slow.Shape()) << "damage " << d;
+    }
 }
 
 }  // namespace

@@ -1,7 +1,8 @@
 // The per-event shortcuts against plain oracles: word-at-a-time case-free
-// search, the hash continued from the host into the URL, and time windows
-// prepared once per walk (run-time and fixed rules) against CompareMsgTime,
-// and the first-byte location screen against the equivalence it guards.
+// search, the UCID mark, the word-wise hash and its continuation from the
+// host into the URL, time windows prepared once per walk (run-time and fixed
+// rules) against CompareMsgTime, and the first-byte location screen against
+// the equivalence it guards.
 #include <cstring>
 #include <random>
 #include <string>
@@ -67,6 +68,46 @@ TEST(ShortcutOracle, ContainsNoCaseAgreesWithNaiveSearch)
         ASSERT_EQ(orvane::ContainsNoCase(text.c_str(), needle.data(), needle.size()),
                   NaiveContains(text.c_str(), needle.data(), needle.size()))
             << "text " << testing::PrintToString(text) << " needle " << testing::PrintToString(needle);
+    }
+}
+
+TEST(ShortcutOracle, UcidMarkAgreesWithNaiveSearch)
+{
+    std::mt19937 rng(5);
+    for (int i = 0; i < 100000; ++i) {
+        std::string text = Noise(rng, 40);
+        if (rng() % 4 == 0 && text.size() > 8) {
+            text.replace(rng() % (text.size() - 7), 7, rng() % 2 != 0 ? "/?UcId=" : "/?ucid=");
+        }
+        char buf[URI_MAX_LEN + 1] = {};
+        std::memcpy(buf, text.data(), text.size());
+        const uint16_t len = static_cast<uint16_t>(text.size());
+        ASSERT_EQ(IsUrlContainsUcid(buf, len, URI_MAX_LEN), (len >= 7 && NaiveContains(buf, "/?ucid=", 7)) ? 1u : 0u)
+            << testing::PrintToString(text);
+    }
+}
+
+TEST(ShortcutOracle, WordwiseHashAgreesWithByteSteps)
+{
+    // Lengths around the word and half-word steps, a NUL anywhere, capitals,
+    // high bytes: the key and the text's lowering stop at the first NUL.
+    std::mt19937 rng(3);
+    static const char kBytes[] = "AZaz@[`{09/.-?\x80\xC1\xFF";
+    for (int i = 0; i < 100000; ++i) {
+        const size_t len = rng() % 41;
+        std::string text(len, 'x');
+        for (char &c : text) {
+            c = rng() % 23 == 0 ? '\0' : kBytes[rng() % (sizeof(kBytes) - 1)];
+        }
+        const uint32_t count = static_cast<uint32_t>(rng() % 3 == 0 && len != 0 ? rng() % len : len);
+        std::string expect = text;
+        for (size_t k = 0; k < count && expect[k] != '\0'; ++k) {
+            expect[k] = Lower(expect[k]);
+        }
+        std::string work = text;
+        ASSERT_EQ(StrlwrAndBKDRHash(work.data(), count), NaiveKey(text.c_str(), count))
+            << testing::PrintToString(text) << " count " << count;
+        ASSERT_EQ(work, expect) << testing::PrintToString(text) << " count " << count;
     }
 }
 

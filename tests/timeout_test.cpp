@@ -116,5 +116,33 @@ TEST_F(PageResultTest, QuietLimitFollowsConfiguredTimeOut)
     }
 }
 
+// A page result the daemon answers by shortening the quiet time.
+uint32_t ShortenQuietTime(STPageKQI *pstKQI)
+{
+    g_stWebPageConfig.usPageTimeOut = 5;  // one quiet run
+    return CollectPageEnd(pstKQI);
+}
+
+TEST_F(PageResultTest, QuietTimeRewrittenByAPageResultHoldsForTheRestOfTheWalk)
+{
+    InitThreads({0});
+    g_PageEndFunc = ShortenQuietTime;
+    g_stWebPageConfig.usPageTimeOut = 60;  // twelve quiet runs
+    STWebPage *ctx = Ctx(0);
+    // Inserted at the head, so walked newest first: the page with twelve
+    // quiet runs closes and shortens the quiet time, so the one with five
+    // closes too.
+    for (const uint8_t quiet : {uint8_t{5}, uint8_t{12}}) {
+        STTranNode *node = ApplyNodeMem(&ctx->stPageNodePool);
+        ASSERT_NE(node, nullptr);
+        STPageNode *page = static_cast<STPageNode *>(TRAN_NODE_DATA(node));
+        *page = PageShape().page;
+        page->ucTimeOutNum = quiet;
+        ASSERT_EQ(InsertNodeHead(node, &ctx->stPageNodeList), 0u);
+    }
+    EXPECT_EQ(ProcessPageListTimeOut(0, PAGE_PROC_TIMER, 0, PAGE_LIST_ORDINARY), 0u);
+    EXPECT_EQ(Reported().size(), 2u);
+}
+
 }  // namespace
 }  // namespace orvane_test

@@ -11,6 +11,7 @@ namespace {
 using orvane::BoundedLen;
 using orvane::EqualNoCase;
 using orvane::HoldsKeyword;
+using orvane::LowerAscii;
 
 // Flash keywords 0 and 1 are looked for anywhere in the content type; the
 // last one is a file suffix, tested at the end of the URL and referer.
@@ -41,13 +42,19 @@ uint8_t IsWebType(const char *pcContentType, uint16_t usLen, uint16_t usMax, uin
     if (textLen == 0) {
         return 0;
     }
+    // Prefix either way: parameters after the type and truncated headers both
+    // match. The type is measured while it is compared: the shorter of the
+    // two decides how many bytes must agree, and an empty type matches none.
+    const size_t n = textLen < PAGE_CONTENT_TYPE_LEN ? textLen : PAGE_CONTENT_TYPE_LEN;
     for (const char *pcType : g_stPageConfig.aacContentType) {
-        const size_t typeLen = BoundedLen(pcType, PAGE_CONTENT_TYPE_LEN);
-        if (typeLen == 0) {
+        if (pcType[0] == '\0') {
             continue;
         }
-        // Prefix either way: parameters after the type and truncated headers both match.
-        if (EqualNoCase(pcContentType, pcType, typeLen < textLen ? typeLen : textLen)) {
+        size_t i = 0;
+        while (i < n && pcType[i] != '\0' && LowerAscii(pcContentType[i]) == LowerAscii(pcType[i])) {
+            ++i;
+        }
+        if (i == n || pcType[i] == '\0') {
             return 1;
         }
     }

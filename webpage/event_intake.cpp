@@ -5,6 +5,10 @@
 #include <cstdint>
 #include <cstring>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "webpage_util.hpp"
 
 namespace {
@@ -25,48 +29,109 @@ constexpr char kHttpsScheme[] = "https://";
 constexpr uint16_t kHttpSchemeLen = sizeof(kHttpScheme) - 1;
 constexpr uint16_t kHttpsSchemeLen = sizeof(kHttpsScheme) - 1;
 
-// Lower-cases ASCII capitals in n bytes, eight at a time.
-void LowerInPlace(char *pcText, size_t n)
+constexpr uint64_t kByteOnes = 0x0101010101010101ull;
+constexpr uint64_t kByteHighs = 0x8080808080808080ull;
+constexpr uint32_t kHashFactor4 = kHashFactor * kHashFactor * kHashFactor * kHashFactor;
+constexpr uint32_t kHashFactor8 = kHashFactor4 * kHashFactor4;
+
+// The hash's steps over the bytes of a word in memory order, as a sum:
+// b0 * 31^(n-1) + ... + b(n-1), modulo 2^32. Bytes are paired in 16-bit
+// lanes (31 * b + b' stays below 2^13), the pairs in 32-bit lanes (below
+// 2^23), so no lane carries into the next before the last step.
+inline uint32_t HashOfWord4(uint32_t uiWord)
 {
-    size_t i = 0;
-    for (; i + 8 <= n; i += 8) {
-        uint64_t ullWord;
-        std::memcpy(&ullWord, pcText + i, sizeof(ullWord));
-        ullWord = orvane::LowerWord(ullWord);
-        std::memcpy(pcText + i, &ullWord, sizeof(ullWord));
-    }
-    for (; i < n; ++i) {
-        pcText[i] = LowerAscii(pcText[i]);
-    }
+    const uint32_t uiPairs = (uiWord & 0x00FF00FFu) * kHashFactor + ((uiWord >> 8) & 0x00FF00FFu);
+    return (uiPairs & 0xFFFFu) * (kHashFactor * kHashFactor) + (uiPairs >> 16);
 }
 
-// The hash's step, four bytes at once: h * 31^4 + b0 * 31^3 + b1 * 31^2 +
-// b2 * 31 + b3 is the same sum as four single steps, modulo 2^32, with one
-// multiplication on the chain instead of four.
-uint32_t ContinueHash(uint32_t uiHash, const char *pcText, size_t n)
+inline uint32_t HashOfWord8(uint64_t ullWord)
 {
-    const auto *puc = reinterpret_cast<const unsigned char *>(pcText);
-    size_t i = 0;
-    for (; i + 4 <= n; i += 4) {
-        uiHash = uiHash * (kHashFactor * kHashFactor * kHashFactor * kHashFactor) +
-                 puc[i] * (kHashFactor * kHashFactor * kHashFactor) + puc[i + 1] * (kHashFactor * kHashFactor) +
-                 puc[i + 2] * kHashFactor + puc[i + 3];
-    }
-    for (; i < n; ++i) {
-        uiHash = uiHash * kHashFactor + puc[i];
-    }
-    return uiHash;
+    constexpr uint64_t kLowBytes = 0x00FF00FF00FF00FFull;
+    constexpr uint64_t kLowHalves = 0x0000FFFF0000FFFFull;
+    const uint64_t ullPairs = (ullWord & kLowBytes) * kHashFactor + ((ullWord >> 8) & kLowBytes);
+    const uint64_t ullQuads = (ullPairs & kLowHalves) * (kHashFactor * kHashFactor) + ((ullPairs >> 16) & kLowHalves);
+    return static_cast<uint32_t>(ullQuads) * kHashFactor4 + static_cast<uint32_t>(ullQuads >> 32);
 }
+
+inline bool HasZeroByte(uint64_t ullWord) { return ((ullWord - kByteOnes) & ~ullWord & kByteHighs) != 0; }
+
+#if defined(__SSE2__)
+// Sixteen bytes at once with SSE2 (every x86-64 has it): the same sums,
+// bytes paired and the pairs paired by multiply-add on 16-bit lanes, the
+// four 32-bit quads weighted by 31^12, 31^8, 31^4 and 1. Returns false,
+// leaving the bytes alone, when they hold a NUL.
+inline bool LowerAndHash16(char *pcText, uint32_t *puiHash)
+{
+    const __m128i vZero = _mm_setzero_si128();
+    __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(pcText));
+    if (_mm_movemask_epi8(_mm_cmpeq_epi8(v, vZero)) != 0) {
+        return false;
+    }
+    // Adding 0x80 - 'A' moves 'A'..'Z' to -128..-103: as signed bytes, the only ones below -102.
+    const __m128i vShifted = _mm_add_epi8(v, _mm_set1_epi8(static_cast<char>(0x80 - 'A')));
+    const __m128i vCapitals = _mm_cmplt_epi8(vShifted, _mm_set1_epi8(static_cast<char>(-0x80 + 26)));
+    v = _mm_or_si128(v, _mm_and_si128(vCapitals, _mm_set1_epi8(0x20)));
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(pcText), v);
+
+    const __m128i vPairWeights = _mm_set_epi16(1, 31, 1, 31, 1, 31, 1, 31);
+    const __m128i vQuadWeights = _mm_set_epi16(1, 961, 1, 961, 1, 961, 1, 961);
+    const __m128i vPairsLow = _mm_madd_epi16(_mm_unpacklo_epi8(v, vZero), vPairWeights);
+    const __m128i vPairsHigh = _mm_madd_epi16(_mm_unpackhi_epi8(v, vZero), vPairWeights);
+    const __m128i vQuads = _mm_madd_epi16(_mm_packs_epi32(vPairsLow, vPairsHigh), vQuadWeights);
+    constexpr uint32_t kHashFactor12 = kHashFactor8 * kHashFactor4;
+    const __m128i vEven = _mm_mul_epu32(vQuads, _mm_set_epi32(0, static_cast<int>(kHashFactor4), 0,
+                                                             static_cast<int>(kHashFactor12)));
+    const __m128i vOdd =
+        _mm_mul_epu32(_mm_srli_epi64(vQuads, 32), _mm_set_epi32(0, 1, 0, static_cast<int>(kHashFactor8)));
+    const __m128i vSums = _mm_add_epi64(vEven, vOdd);  // 64-bit lanes: their low halves matter
+    const uint32_t uiSum =
+        static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_add_epi32(vSums, _mm_shuffle_epi32(vSums, 0x4E))));
+    *puiHash = *puiHash * (kHashFactor8 * kHashFactor8) + uiSum;
+    return true;
+}
+#endif
 
 // The library's hash, unmasked, continued from uiHash: the text is taken up
-// to its first NUL (at most uiCount bytes), lower-cased in place, and its
-// length goes to *pulHashed.
-uint32_t LowerAndHash(uint32_t uiHash, char *pcText, uint32_t uiCount, size_t *pulHashed)
+// to its first NUL (at most uiCount bytes), lower-cased in place (bytes after
+// the NUL stay as they are), and its length goes to *pulHashed. Whole words
+// without a NUL are lowered and hashed at once; the rest byte by byte.
+__attribute__((always_inline)) inline uint32_t LowerAndHash(uint32_t uiHash, char *pcText, uint32_t uiCount,
+                                                         size_t *pulHashed)
 {
-    const size_t n = strnlen(pcText, uiCount);
-    LowerInPlace(pcText, n);
-    *pulHashed = n;
-    return ContinueHash(uiHash, pcText, n);
+    size_t i = 0;
+#if defined(__SSE2__)
+    for (; i + 16 <= uiCount && LowerAndHash16(pcText + i, &uiHash); i += 16) {
+    }
+#endif
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+    for (; i + 8 <= uiCount; i += 8) {
+        uint64_t ullWord;
+        std::memcpy(&ullWord, pcText + i, sizeof(ullWord));
+        if (HasZeroByte(ullWord)) {
+            break;
+        }
+        ullWord = orvane::LowerWord(ullWord);
+        std::memcpy(pcText + i, &ullWord, sizeof(ullWord));
+        uiHash = uiHash * kHashFactor8 + HashOfWord8(ullWord);
+    }
+    if (i + 4 <= uiCount) {
+        uint32_t uiWord;
+        std::memcpy(&uiWord, pcText + i, sizeof(uiWord));
+        if (!HasZeroByte(uint64_t{uiWord} | 0xFFFFFFFF00000000ull)) {
+            uiWord = static_cast<uint32_t>(orvane::LowerWord(uiWord));
+            std::memcpy(pcText + i, &uiWord, sizeof(uiWord));
+            uiHash = uiHash * kHashFactor4 + HashOfWord4(uiWord);
+            i += 4;
+        }
+    }
+#endif
+    for (; i < uiCount && pcText[i] != '\0'; ++i) {
+        const char c = LowerAscii(pcText[i]);
+        pcText[i] = c;
+        uiHash = uiHash * kHashFactor + static_cast<unsigned char>(c);
+    }
+    *pulHashed = i;
+    return uiHash;
 }
 
 uint32_t LowerAndHashKey(char *pcText, uint32_t uiCount)
@@ -118,7 +183,31 @@ void TakeEndpoints(const STWebPageEvent *pstEvent, STEventInfo *pstInfo)
     pstInfo->enNetworkType = pstEvent->enNetworkType;
 }
 
-// The helpers below log under the name of the reader that calls them.
+// AssemblyString's join, for callers whose arguments are known sound (a
+// destination shorter than its capacity, a source of at least one byte).
+inline void Join(char *pcDst, uint16_t *pusDstLen, const char *pcSrc, uint16_t usSrcLen, uint16_t usDstMax)
+{
+    uint32_t uiLen = *pusDstLen;
+    if (uiLen <= usSrcLen && StartsWithText(pcSrc, pcDst, static_cast<uint16_t>(uiLen))) {
+        // The path already carries the host (or there is no host): take it alone.
+        uiLen = usSrcLen < usDstMax ? usSrcLen : usDstMax;
+        ORV_MEMCPY(pcDst, usDstMax, pcSrc, uiLen);
+    } else {
+        if (uiLen != 0 && pcDst[uiLen - 1] != '/') {
+            pcDst[uiLen++] = '/';
+        }
+        const uint32_t uiRoom = usDstMax - uiLen;
+        const uint32_t uiTake = usSrcLen <= uiRoom ? usSrcLen : uiRoom;
+        ORV_MEMCPY(pcDst + uiLen, uiRoom, pcSrc, uiTake);
+        uiLen += uiTake;
+    }
+    pcDst[uiLen] = '\0';
+    *pusDstLen = static_cast<uint16_t>(uiLen);
+}
+
+// The helpers below log under the name of the reader that calls them; kLog
+// false builds them for a level found off.
+template <bool kLog>
 void TakeContentType(const STWebPageEvent *pstEvent, STEventInfo *pstInfo, const char *pcFunc)
 {
     if (!HasText(pstEvent->pucContentType, pstEvent->usContentTypeLen)) {
@@ -126,13 +215,24 @@ void TakeContentType(const STWebPageEvent *pstEvent, STEventInfo *pstInfo, const
     }
     pstInfo->usContentTypeLen =
         CopyCut(pstInfo->acContentType, CONTENT_TYPE_MAX_LEN, pstEvent->pucContentType, pstEvent->usContentTypeLen);
-    LOG_INFO_AS(pcFunc, pstInfo->ucThreadID, "ContentTypeLen is %u,ContentType is [%s].",
+    LOG_INFO_IF(kLog, pcFunc, pstInfo->ucThreadID, "ContentTypeLen is %u,ContentType is [%s].",
                 pstInfo->usContentTypeLen, pstInfo->acContentType);
+}
+
+// LocationIsHttps's test, its line under its own name.
+template <bool kLog>
+void MarkHttpsLocation(STEventInfo *pstInfo, uint16_t usCompareLen)
+{
+    if (StartsWithNoCase(pstInfo->acLocation, kHttpsScheme, usCompareLen)) {
+        LOG_TRACE_IF(kLog, "LocationIsHttps", LOG_TID_NONE, "Set page location flag is belongs to https");
+        pstInfo->ucLocationHttps = 1;
+    }
 }
 
 // Only a redirect's Location names where the page goes next: it is copied,
 // and normalised. A request's is first tested for https, on the text as
 // received, since ProcLocation strips the scheme.
+template <bool kLog>
 void TakeRedirectLocation(const STWebPageEvent *pstEvent, STEventInfo *pstInfo, const char *pcFunc, bool bRequest)
 {
     if (IsRedirect(pstInfo->usCauseCode) == 0 || !HasText(pstEvent->pucLocation, pstEvent->usLocationLen)) {
@@ -142,14 +242,16 @@ void TakeRedirectLocation(const STWebPageEvent *pstEvent, STEventInfo *pstInfo, 
     pstInfo->usLocationLen =
         CopyCut(pstInfo->acLocation, LOCATION_MAX_LEN, pstEvent->pucLocation, pstEvent->usLocationLen);
     if (bRequest) {
-        LOG_INFO_AS(pcFunc, ucTid, "LocationLen is %u,Location is [%s].", pstInfo->usLocationLen, pstInfo->acLocation);
-        LOG_TRACE_AS(pcFunc, ucTid, "check location is belongs to https*********.");
-        LocationIsHttps(pstInfo, kHttpsSchemeLen);
+        LOG_INFO_IF(kLog, pcFunc, ucTid, "LocationLen is %u,Location is [%s].", pstInfo->usLocationLen,
+                    pstInfo->acLocation);
+        LOG_TRACE_IF(kLog, pcFunc, ucTid, "check location is belongs to https*********.");
+        MarkHttpsLocation<kLog>(pstInfo, kHttpsSchemeLen);
     } else {
-        LOG_INFO_AS(pcFunc, ucTid, "LocationLen is %u,Location is [%s]", pstInfo->usLocationLen, pstInfo->acLocation);
+        LOG_INFO_IF(kLog, pcFunc, ucTid, "LocationLen is %u,Location is [%s]", pstInfo->usLocationLen,
+                    pstInfo->acLocation);
     }
     ProcLocation(pstInfo->acLocation, LOCATION_MAX_LEN, &pstInfo->usLocationLen, &pstInfo->uiLocationHashKey);
-    LOG_TRACE_AS(pcFunc, ucTid, "After process, LocationLen is %u,Location is [%s], LocationHashKey is %u.",
+    LOG_TRACE_IF(kLog, pcFunc, ucTid, "After process, LocationLen is %u,Location is [%s], LocationHashKey is %u.",
                  pstInfo->usLocationLen, pstInfo->acLocation, pstInfo->uiLocationHashKey);
 }
 
@@ -170,22 +272,7 @@ void AssemblyString(char *pcDst, uint16_t *pusDstLen, const char *pcSrc, uint16_
     if (pcDst == nullptr || pusDstLen == nullptr || pcSrc == nullptr || usSrcLen == 0 || *pusDstLen >= usDstMax) {
         return;
     }
-    uint32_t uiLen = *pusDstLen;
-    if (uiLen <= usSrcLen && StartsWithText(pcSrc, pcDst, static_cast<uint16_t>(uiLen))) {
-        // The path already carries the host (or there is no host): take it alone.
-        uiLen = usSrcLen < usDstMax ? usSrcLen : usDstMax;
-        ORV_MEMCPY(pcDst, usDstMax, pcSrc, uiLen);
-    } else {
-        if (uiLen != 0 && pcDst[uiLen - 1] != '/') {
-            pcDst[uiLen++] = '/';
-        }
-        const uint32_t uiRoom = usDstMax - uiLen;
-        const uint32_t uiTake = usSrcLen <= uiRoom ? usSrcLen : uiRoom;
-        ORV_MEMCPY(pcDst + uiLen, uiRoom, pcSrc, uiTake);
-        uiLen += uiTake;
-    }
-    pcDst[uiLen] = '\0';
-    *pusDstLen = static_cast<uint16_t>(uiLen);
+    Join(pcDst, pusDstLen, pcSrc, usSrcLen, usDstMax);
 }
 
 void ProcLocation(char *pcLocation, uint16_t usMax, uint16_t *pusLen, uint32_t *puiHashKey)
@@ -230,9 +317,10 @@ void LocationIsHttps(STEventInfo *pstInfo, uint16_t usCompareLen)
     if (pstInfo == nullptr) {
         return;
     }
-    if (StartsWithNoCase(pstInfo->acLocation, kHttpsScheme, usCompareLen)) {
-        LOG_TRACE(LOG_TID_NONE, "Set page location flag is belongs to https");
-        pstInfo->ucLocationHttps = 1;
+    if (orvane::LogOff()) {
+        MarkHttpsLocation<false>(pstInfo, usCompareLen);
+    } else {
+        MarkHttpsLocation<true>(pstInfo, usCompareLen);
     }
 }
 
@@ -248,66 +336,81 @@ uint32_t IsRedirect(uint16_t usCauseCode)
     return (bRedirect3xx || Is407CauseCode(usCauseCode) != 0) ? 1u : 0u;
 }
 
-uint32_t GetReqEventInfo(const STWebPageEvent *pstEvent, STEventInfo *pstInfo)
+}  // extern "C"
+
+namespace {
+
+// The readers' bodies, built for an off level (kLog false) and as written;
+// the lines name the exported readers. Nothing here calls daemon code.
+template <bool kLog>
+uint32_t ReadRequest(const STWebPageEvent *pstEvent, STEventInfo *pstInfo, size_t *pulHostText)
 {
-    if (!orvane::RecordArgsOk(__func__, pstInfo, pstEvent != nullptr, LOG_TID_NONE, "para err.", "ucThreadID err.")) {
-        return 1;
-    }
+    const char *const pcFunc = "GetReqEventInfo";
     const uint8_t ucTid = pstInfo->ucThreadID;
 
     TakeEndpoints(pstEvent, pstInfo);
-    LOG_TRACE(ucTid, "ClientPort is %u,ServerPort is %u,ClientIp is %u, ServerIp is %u.", pstInfo->usClientPort,
-              pstInfo->usServerPort, pstInfo->uiClientIp, pstInfo->uiServerIp);
+    LOG_TRACE_IF(kLog, pcFunc, ucTid, "ClientPort is %u,ServerPort is %u,ClientIp is %u, ServerIp is %u.",
+                 pstInfo->usClientPort, pstInfo->usServerPort, pstInfo->uiClientIp, pstInfo->uiServerIp);
 
     pstInfo->ullReqBeginTime = pstEvent->ullMsgBeginTime;
     pstInfo->ullReqEndTime = pstEvent->ullMsgEndTime;
     pstInfo->ullMsgEndTime = pstEvent->ullMsgEndTime;
     pstInfo->ullFirTime = pstEvent->ullFirTime;
-    LOG_TRACE(ucTid, "ReqBeginTime is %llu,ReqEndTime is %llu,MsgEndTime is %llu,FirTime is %llu.",
-              Llu(pstInfo->ullReqBeginTime), Llu(pstInfo->ullReqEndTime), Llu(pstInfo->ullMsgEndTime),
-              Llu(pstInfo->ullFirTime));
+    LOG_TRACE_IF(kLog, pcFunc, ucTid, "ReqBeginTime is %llu,ReqEndTime is %llu,MsgEndTime is %llu,FirTime is %llu.",
+                 Llu(pstInfo->ullReqBeginTime), Llu(pstInfo->ullReqEndTime), Llu(pstInfo->ullMsgEndTime),
+                 Llu(pstInfo->ullFirTime));
 
     pstInfo->usCauseCode = static_cast<uint16_t>(pstEvent->usRspCode & 0xFFFFu);
     pstInfo->uiReqMethod = pstEvent->ucReqMethod;
     pstInfo->ucFinRst = pstEvent->ucFinRst;
     pstInfo->uiEventID = pstEvent->usEventID;
-    LOG_TRACE(ucTid, "CauseCode is %u,ReqMethod is %u.", pstInfo->usCauseCode, pstInfo->uiReqMethod);
+    LOG_TRACE_IF(kLog, pcFunc, ucTid, "CauseCode is %u,ReqMethod is %u.", pstInfo->usCauseCode, pstInfo->uiReqMethod);
 
     if (HasText(pstEvent->pucURL, pstEvent->usURLLen)) {
         pstInfo->usUriLen = CopyCut(pstInfo->acUri, URI_MAX_LEN, pstEvent->pucURL, pstEvent->usURLLen);
-        LOG_INFO(ucTid, "UriLen is %u,Uri is [%s].", pstInfo->usUriLen, pstInfo->acUri);
+        LOG_INFO_IF(kLog, pcFunc, ucTid, "UriLen is %u,Uri is [%s].", pstInfo->usUriLen, pstInfo->acUri);
     }
     if (HasText(pstEvent->pucHost, pstEvent->usHostLen)) {
         pstInfo->usHostLen = CopyCut(pstInfo->acHost, HOST_MAX_LEN, pstEvent->pucHost, pstEvent->usHostLen);
-        LOG_INFO(ucTid, "HostLen is %u,Host is [%s].", pstInfo->usHostLen, pstInfo->acHost);
+        LOG_INFO_IF(kLog, pcFunc, ucTid, "HostLen is %u,Host is [%s].", pstInfo->usHostLen, pstInfo->acHost);
     }
 
-    // The referer path waits in a scratch text until the referer host is in place.
+    // The referer path waits in a scratch text until the referer host is in
+    // place, terminated for its INFO line. With no line to write, the join
+    // takes it from the event: it reads no further than the cut length.
     char acReferPath[REFERER_PATH_MAX_LEN + 1];
-    acReferPath[0] = '\0';
+    const char *pcReferPath = acReferPath;
     uint16_t usReferPathLen = 0;
     if (HasText(pstEvent->pucReferURL, pstEvent->usReferURLLen)) {
-        usReferPathLen = CopyCut(acReferPath, REFERER_PATH_MAX_LEN, pstEvent->pucReferURL, pstEvent->usReferURLLen);
-        LOG_INFO(ucTid, "RefererLen is %u,Referer is [%s].", usReferPathLen, acReferPath);
+        if (kLog) {
+            usReferPathLen =
+                CopyCut(acReferPath, REFERER_PATH_MAX_LEN, pstEvent->pucReferURL, pstEvent->usReferURLLen);
+            LOG_INFO_IF(kLog, pcFunc, ucTid, "RefererLen is %u,Referer is [%s].", usReferPathLen, acReferPath);
+        } else {
+            pcReferPath = reinterpret_cast<const char *>(pstEvent->pucReferURL);
+            usReferPathLen = pstEvent->usReferURLLen < REFERER_PATH_MAX_LEN ? pstEvent->usReferURLLen
+                                                                            : uint16_t{REFERER_PATH_MAX_LEN};
+        }
     }
     if (HasText(pstEvent->pucReferHost, pstEvent->usReferHostLen)) {
         // The referer host is cut like a host, although its array holds a whole URL.
         pstInfo->usRefererUrlLen =
             CopyCut(pstInfo->acRefererUrl, HOST_MAX_LEN, pstEvent->pucReferHost, pstEvent->usReferHostLen);
-        LOG_INFO(ucTid, "RefererHostLen is %u,RefererHost is [%s].", pstInfo->usRefererUrlLen,
-                 pstInfo->acRefererUrl);
+        LOG_INFO_IF(kLog, pcFunc, ucTid, "RefererHostLen is %u,RefererHost is [%s].", pstInfo->usRefererUrlLen,
+                    pstInfo->acRefererUrl);
     }
     if (usReferPathLen != 0) {
-        AssemblyString(pstInfo->acRefererUrl, &pstInfo->usRefererUrlLen, acReferPath, usReferPathLen,
-                       REFERER_MAX_LEN);
+        if (pstInfo->usRefererUrlLen < REFERER_MAX_LEN) {
+            Join(pstInfo->acRefererUrl, &pstInfo->usRefererUrlLen, pcReferPath, usReferPathLen, REFERER_MAX_LEN);
+        }
         pstInfo->acRefererUrl[pstInfo->usRefererUrlLen] = '\0';
-        LOG_TRACE(ucTid, "After assembly, RefererUrlLen is %u,RefererUrl is [%s].", pstInfo->usRefererUrlLen,
-                  pstInfo->acRefererUrl);
+        LOG_TRACE_IF(kLog, pcFunc, ucTid, "After assembly, RefererUrlLen is %u,RefererUrl is [%s].",
+                     pstInfo->usRefererUrlLen, pstInfo->acRefererUrl);
     }
     if (pstInfo->usRefererUrlLen != 0) {
         pstInfo->uiRefererHashKey = LowerAndHashKey(pstInfo->acRefererUrl, pstInfo->usRefererUrlLen);
-        LOG_TRACE(ucTid, "After Hash,RefererUrlLen is %u,RefererUrl is [%s],RefererHashKey is %u.",
-                  pstInfo->usRefererUrlLen, pstInfo->acRefererUrl, pstInfo->uiRefererHashKey);
+        LOG_TRACE_IF(kLog, pcFunc, ucTid, "After Hash,RefererUrlLen is %u,RefererUrl is [%s],RefererHashKey is %u.",
+                     pstInfo->usRefererUrlLen, pstInfo->acRefererUrl, pstInfo->uiRefererHashKey);
     }
 
     uint32_t uiHostHash = 0;
@@ -315,18 +418,22 @@ uint32_t GetReqEventInfo(const STWebPageEvent *pstEvent, STEventInfo *pstInfo)
     if (pstInfo->usHostLen != 0) {
         uiHostHash = LowerAndHash(0, pstInfo->acHost, pstInfo->usHostLen, &ulHostHashed);
         pstInfo->uiHostHashKey = uiHostHash & kHashMask;
-        LOG_TRACE(ucTid, "After Hash,HostLen is %u,Host is [%s],HostHashKey is %u.", pstInfo->usHostLen,
-                  pstInfo->acHost, pstInfo->uiHostHashKey);
+        LOG_TRACE_IF(kLog, pcFunc, ucTid, "After Hash,HostLen is %u,Host is [%s],HostHashKey is %u.",
+                     pstInfo->usHostLen, pstInfo->acHost, pstInfo->uiHostHashKey);
         // The URL starts from the host already in small letters.
         ORV_MEMCPY(pstInfo->acURL, URL_MAX_LEN, pstInfo->acHost, pstInfo->usHostLen);
         pstInfo->usURLLen = pstInfo->usHostLen;
         pstInfo->acURL[pstInfo->usURLLen] = '\0';
-        LOG_TRACE(ucTid, "Copy Host to URL,URLLen is %u,URL is [%s].", pstInfo->usURLLen, pstInfo->acURL);
+        LOG_TRACE_IF(kLog, pcFunc, ucTid, "Copy Host to URL,URLLen is %u,URL is [%s].", pstInfo->usURLLen,
+                     pstInfo->acURL);
     }
     if (pstInfo->usUriLen != 0) {
-        AssemblyString(pstInfo->acURL, &pstInfo->usURLLen, pstInfo->acUri, pstInfo->usUriLen, URL_MAX_LEN);
+        if (pstInfo->usURLLen < URL_MAX_LEN) {
+            Join(pstInfo->acURL, &pstInfo->usURLLen, pstInfo->acUri, pstInfo->usUriLen, URL_MAX_LEN);
+        }
         pstInfo->acURL[pstInfo->usURLLen] = '\0';
-        LOG_TRACE(ucTid, "After assembly,URLLen is %u,URL is [%s].", pstInfo->usURLLen, pstInfo->acURL);
+        LOG_TRACE_IF(kLog, pcFunc, ucTid, "After assembly,URLLen is %u,URL is [%s].", pstInfo->usURLLen,
+                     pstInfo->acURL);
     }
     if (pstInfo->usURLLen != 0) {
         // Whether the path was appended or carried the host itself, the URL
@@ -344,20 +451,25 @@ uint32_t GetReqEventInfo(const STWebPageEvent *pstEvent, STEventInfo *pstInfo)
                                      static_cast<uint32_t>(pstInfo->usURLLen - ulHostLen), &ulHashed);
         }
         pstInfo->uiURLHashKey = uiURLHash & kHashMask;
-        LOG_TRACE(ucTid, "After Hash,URLLen is %u,URL is [%s],URLHashKey is %u.", pstInfo->usURLLen, pstInfo->acURL,
-                  pstInfo->uiURLHashKey);
+        LOG_TRACE_IF(kLog, pcFunc, ucTid, "After Hash,URLLen is %u,URL is [%s],URLHashKey is %u.", pstInfo->usURLLen,
+                     pstInfo->acURL, pstInfo->uiURLHashKey);
     }
 
-    TakeContentType(pstEvent, pstInfo, __func__);
-    TakeRedirectLocation(pstEvent, pstInfo, __func__, true);
+    TakeContentType<kLog>(pstEvent, pstInfo, pcFunc);
+    // Most events carry no Location: tested here before the call.
+    if (HasText(pstEvent->pucLocation, pstEvent->usLocationLen)) {
+        TakeRedirectLocation<kLog>(pstEvent, pstInfo, pcFunc, true);
+    }
+    if (pulHostText != nullptr) {
+        *pulHostText = ulHostHashed;
+    }
     return 0;
 }
 
-uint32_t GetRspEventInfo(const STWebPageEvent *pstEvent, STEventInfo *pstInfo)
+template <bool kLog>
+uint32_t ReadResponse(const STWebPageEvent *pstEvent, STEventInfo *pstInfo)
 {
-    if (!orvane::RecordArgsOk(__func__, pstInfo, pstEvent != nullptr, LOG_TID_ANY, "Para err.", "ucThreadID err.")) {
-        return 1;
-    }
+    const char *const pcFunc = "GetRspEventInfo";
     const uint8_t ucTid = pstInfo->ucThreadID;
 
     TakeEndpoints(pstEvent, pstInfo);
@@ -368,13 +480,50 @@ uint32_t GetRspEventInfo(const STWebPageEvent *pstEvent, STEventInfo *pstInfo)
     pstInfo->usCauseCode = static_cast<uint16_t>(pstEvent->usRspCode & 0xFFFFu);
     pstInfo->ucFinRst = pstEvent->ucFinRst;
     pstInfo->uiEventID = pstEvent->usEventID;
-    LOG_TRACE(ucTid, "ReqBeginTime is %llu,ReqEndTime is %llu,MsgEndTime is %llu,FirTime is %llu.",
-              Llu(pstInfo->ullReqBeginTime), Llu(pstInfo->ullReqEndTime), Llu(pstInfo->ullMsgEndTime),
-              Llu(pstInfo->ullFirTime));
+    LOG_TRACE_IF(kLog, pcFunc, ucTid, "ReqBeginTime is %llu,ReqEndTime is %llu,MsgEndTime is %llu,FirTime is %llu.",
+                 Llu(pstInfo->ullReqBeginTime), Llu(pstInfo->ullReqEndTime), Llu(pstInfo->ullMsgEndTime),
+                 Llu(pstInfo->ullFirTime));
 
-    TakeContentType(pstEvent, pstInfo, __func__);
-    TakeRedirectLocation(pstEvent, pstInfo, __func__, false);
+    TakeContentType<kLog>(pstEvent, pstInfo, pcFunc);
+    if (HasText(pstEvent->pucLocation, pstEvent->usLocationLen)) {
+        TakeRedirectLocation<kLog>(pstEvent, pstInfo, pcFunc, false);
+    }
     return 0;
+}
+
+}  // namespace
+
+namespace orvane {
+
+uint32_t ReadRequestEvent(const STWebPageEvent *pstEvent, STEventInfo *pstInfo, size_t *pulHostText)
+{
+    return LogOff() ? ReadRequest<false>(pstEvent, pstInfo, pulHostText)
+                    : ReadRequest<true>(pstEvent, pstInfo, pulHostText);
+}
+
+uint32_t ReadResponseEvent(const STWebPageEvent *pstEvent, STEventInfo *pstInfo)
+{
+    return LogOff() ? ReadResponse<false>(pstEvent, pstInfo) : ReadResponse<true>(pstEvent, pstInfo);
+}
+
+}  // namespace orvane
+
+extern "C" {
+
+uint32_t GetReqEventInfo(const STWebPageEvent *pstEvent, STEventInfo *pstInfo)
+{
+    if (!orvane::RecordArgsOk(__func__, pstInfo, pstEvent != nullptr, LOG_TID_NONE, "para err.", "ucThreadID err.")) {
+        return 1;
+    }
+    return orvane::ReadRequestEvent(pstEvent, pstInfo, nullptr);
+}
+
+uint32_t GetRspEventInfo(const STWebPageEvent *pstEvent, STEventInfo *pstInfo)
+{
+    if (!orvane::RecordArgsOk(__func__, pstInfo, pstEvent != nullptr, LOG_TID_ANY, "Para err.", "ucThreadID err.")) {
+        return 1;
+    }
+    return orvane::ReadResponseEvent(pstEvent, pstInfo);
 }
 
 }  // extern "C"

@@ -183,48 +183,66 @@ uint32_t API_AssociateWebPage(uint32_t uiThreadID, STFlowInfo *pstFlowInfo, cons
     if (pstCtx->ulPageTimer == 0 && g_stWebPageTimer.pfStartPageTimer != nullptr) {
         g_stWebPageTimer.pfStartPageTimer(uiThreadID, PAGE_TIMER_PERIOD_S, WebPageTimeOut, pstCtx);
     }
-    LOG_INFO(uiThreadID,
-             "Webpage receive event info: ucProtol=%u; ucFinRst =%u; usClientPort=%u; usServerPort=%u;"
-             "usHostLen=%u; usURLLen=%u; usReferHostLen=%u; usReferURLLen=%u; usLocationLen=%u;"
-             "usContentTypeLen=%u; uiClientIp=%u; uiServerIp=%u; usEventID=%u; ucReqMethod=%u; usRspCode=%u; "
-             "enNetworkType=%u; ",
-             pstEvent->ucProtol, pstEvent->ucFinRst, pstEvent->usClientPort, pstEvent->usServerPort,
-             pstEvent->usHostLen, pstEvent->usURLLen, pstEvent->usReferHostLen, pstEvent->usReferURLLen,
-             pstEvent->usLocationLen, pstEvent->usContentTypeLen, pstEvent->uiClientIp, pstEvent->uiServerIp,
-             pstEvent->usEventID, pstEvent->ucReqMethod, pstEvent->usRspCode, pstEvent->enNetworkType);
+    // From here to the event's handling no daemon code runs: one level test
+    // serves every line (the timer start above may have changed the level).
+    const bool bLogOn = !orvane::LogOff();
+    if (bLogOn) {
+        LOG_INFO(uiThreadID,
+                 "Webpage receive event info: ucProtol=%u; ucFinRst =%u; usClientPort=%u; usServerPort=%u;"
+                 "usHostLen=%u; usURLLen=%u; usReferHostLen=%u; usReferURLLen=%u; usLocationLen=%u;"
+                 "usContentTypeLen=%u; uiClientIp=%u; uiServerIp=%u; usEventID=%u; ucReqMethod=%u; usRspCode=%u; "
+                 "enNetworkType=%u; ",
+                 pstEvent->ucProtol, pstEvent->ucFinRst, pstEvent->usClientPort, pstEvent->usServerPort,
+                 pstEvent->usHostLen, pstEvent->usURLLen, pstEvent->usReferHostLen, pstEvent->usReferURLLen,
+                 pstEvent->usLocationLen, pstEvent->usContentTypeLen, pstEvent->uiClientIp, pstEvent->uiServerIp,
+                 pstEvent->usEventID, pstEvent->ucReqMethod, pstEvent->usRspCode, pstEvent->enNetworkType);
+    }
 
     *pullPageID = 0;
-    orvane::LogPoolCounts(__func__, uiThreadID, pstCtx);
-    const uint32_t uiPrePageNum = GetTranNodeNum(&pstCtx->stPageNodeList);
-    LOG_TRACE(uiThreadID, "Webpage receive event, EventID is %u.", pstEvent->usEventID);
-    LOG_TRACE(uiThreadID, "ucPrePageNum=%d.", (int)uiPrePageNum);
+    if (bLogOn) {
+        orvane::LogPoolCounts(__func__, uiThreadID, pstCtx);
+    }
+    const uint32_t uiPrePageNum = pstCtx->stPageNodeList.uiNodeNum;
+    if (bLogOn) {
+        LOG_TRACE(uiThreadID, "Webpage receive event, EventID is %u.", pstEvent->usEventID);
+        LOG_TRACE(uiThreadID, "ucPrePageNum=%d.", (int)uiPrePageNum);
+    }
 
     STEventInfo stInfo;
-    InitPageProcessInfo(ucThreadID, pstFlowInfo, &stInfo);
+    orvane::ResetRecord(ucThreadID, pstFlowInfo, &stInfo);
 
     uint64_t ullPageID = 0;
     switch (pstEvent->usEventID) {
     case WEBPAGE_EVENT_RESPONSE:
-        (void)GetRspEventInfo(pstEvent, &stInfo);
-        ullPageID = (pstFlowInfo->ucIsUcid == 1) ? UcidGetPageNodeByFlowInfo(&stInfo)
-                                                  : ProcessNoMsgOrMatchFail(&stInfo, 0);
+        // The record, the event and the thread are checked: the steps are
+        // taken without their own checks.
+        (void)orvane::ReadResponseEvent(pstEvent, &stInfo);
+        ullPageID = (pstFlowInfo->ucIsUcid == 1) ? UcidGetPageNodeByFlowInfo(&stInfo) : orvane::FallBack(&stInfo, 0);
         break;
     case WEBPAGE_EVENT_REQUEST:
-        ullPageID = WebPageEventReqProcess(&stInfo, pstEvent);
+        ullPageID = orvane::HandleRequest(&stInfo, pstEvent);
         break;
     default:
         return WEBPAGE_ERR_EVENT_ID;
     }
 
     *pullPageID = ullPageID;
-    LOG_INFO(uiThreadID, "After match, PageID is %llu.", (unsigned long long)ullPageID);
+    // The handling may have called the daemon; saving strings never does.
+    const bool bLogOnAfter = !orvane::LogOff();
+    if (bLogOnAfter) {
+        LOG_INFO(uiThreadID, "After match, PageID is %llu.", (unsigned long long)ullPageID);
+    }
     // An event that made or dropped a page saves nothing here: a new page
     // already holds its first request's strings.
-    if (GetTranNodeNum(&pstCtx->stPageNodeList) == uiPrePageNum) {
+    if (pstCtx->stPageNodeList.uiNodeNum == uiPrePageNum) {
         SaveStringCommon(&stInfo);
-        LOG_TRACE(uiThreadID, "SaveString.");
+        if (bLogOnAfter) {
+            LOG_TRACE(uiThreadID, "SaveString.");
+        }
     }
-    orvane::LogPoolCounts(__func__, uiThreadID, pstCtx);
+    if (bLogOnAfter) {
+        orvane::LogPoolCounts(__func__, uiThreadID, pstCtx);
+    }
 
     if (ullPageID == 0) {
         return WEBPAGE_ERR_NO_PAGE;

@@ -2,6 +2,7 @@
 // matcher, runs the association rules in order and falls back to the flow's
 // page or a new one. Responses only take the fallback.
 #include <cstring>
+#include <tuple>
 
 #include "webpage_util.hpp"
 
@@ -21,7 +22,7 @@ bool UriHasInputKeyword(STEventInfo *pstInfo)
 // the black keywords, which the daemon may rewrite at any time, so each use
 // compares them with the ones the verdicts were taken under.
 struct HostScreenCache {
-    static constexpr uint32_t kSlots = 16;
+    static constexpr uint32_t kSlots = 64;
     struct Slot {
         uint8_t ucUsed;
         uint8_t ucBlack;
@@ -35,7 +36,8 @@ struct HostScreenCache {
 // One per thread ID: a thread ID is served by one daemon thread at a time.
 HostScreenCache g_astHostScreen[WEBPAGE_THREAD_NUM];
 
-bool IsBlackHost(STEventInfo *pstInfo)
+// ulHostText: the host's text length, as intake measured it.
+bool IsBlackHost(STEventInfo *pstInfo, size_t ulHostText)
 {
     if (pstInfo->usHostLen == 0 || pstInfo->ucThreadID >= WEBPAGE_THREAD_NUM) {
         return IsHostBlackList(pstInfo->acHost, pstInfo->usHostLen, HOST_MAX_LEN) != 0;
@@ -45,8 +47,9 @@ bool IsBlackHost(STEventInfo *pstInfo)
         std::memcpy(stCache.aacKeyword, g_stPageConfig.aacHostBlackKeyword, sizeof(stCache.aacKeyword));
         std::memset(stCache.astSlot, 0, sizeof(stCache.astSlot));
     }
+    // Intake terminated the host at its length, at most HOST_MAX_LEN.
     pstInfo->acHost[HOST_MAX_LEN] = '\0';
-    const size_t textLen = std::strlen(pstInfo->acHost);
+    const size_t textLen = ulHostText;
     HostScreenCache::Slot &stSlot = stCache.astSlot[pstInfo->uiHostHashKey % HostScreenCache::kSlots];
     if (stSlot.ucUsed != 0 && stSlot.usLen == pstInfo->usHostLen && stSlot.usTextLen == textLen &&
         std::memcmp(stSlot.acHost, pstInfo->acHost, textLen) == 0) {
@@ -61,9 +64,9 @@ bool IsBlackHost(STEventInfo *pstInfo)
     return bBlack;
 }
 
-bool IsBlackRequest(STEventInfo *pstInfo)
+bool IsBlackRequest(STEventInfo *pstInfo, size_t ulHostText)
 {
-    return IsBlackHost(pstInfo) || UriHasInputKeyword(pstInfo);
+    return IsBlackHost(pstInfo, ulHostText) || UriHasInputKeyword(pstInfo);
 }
 
 void MarkFlowBlack(STEventInfo *pstInfo, uint8_t ucBlack)
@@ -88,6 +91,17 @@ uint64_t RunMainCompare(STEventInfo *pstInfo)
     return CompareMainReqCommon(pstInfo, CompareType);
 }
 
+// The heartbeat rule. With the level off, a host that is not the heartbeat
+// host ends ProcessHeartBeat before anything but its TRACE line, so the call
+// is left out (the caller checked the record and its thread already).
+uint64_t RunHeartBeat(STEventInfo *pstInfo)
+{
+    if (orvane::LogOff() && pstInfo->uiHostHashKey != g_stPageConfig.uiHeartBeatHostKey) {
+        return 0;
+    }
+    return ProcessHeartBeat(pstInfo);
+}
+
 enum class RuleEnd : uint8_t {
     kOnMatch,    // log the matched line and stop when the rule names a page
     kLogAlways,  // log the matched line whatever the result; stop on a page
@@ -95,52 +109,206 @@ enum class RuleEnd : uint8_t {
     kRefuse,     // a guard: log the line at ERROR and stop without a page
 };
 
+// One row of the rule table: what the rule needs and what it runs are part
+// of its type, so walking the table compiles to direct tests and calls.
+template <bool (*Applies)(const STEventInfo &), uint64_t (*Run)(STEventInfo *), RuleEnd kEnd>
 struct MatchRule {
-    bool (*applies)(const STEventInfo &);
-    uint64_t (*run)(STEventInfo *);
-    const char *before;   // TRACE line before the rule runs, or null
-    const char *matched;  // format with the page ID (the ERROR text of a guard)
-    RuleEnd end;
+    const char *pcBefore;   // TRACE line before the rule runs, or null
+    const char *pcMatched;  // format with the page ID (the ERROR text of a guard)
 };
 
 // Order is policy: the first rule that names a page wins.
-constexpr MatchRule kMatchRules[] = {
-    {HasHost, ProcessHeartBeat, nullptr, "Event is HeartBeat, PageID = %llu.", RuleEnd::kOnMatch},
-    {HasNoKeys, nullptr, nullptr, "ReqInfo is NULL.", RuleEnd::kRefuse},
-    {HasUrl, RunMainCompare<COMPARE_URL_WITH_MAIN_REQ_LOCATION>, "Matching main location with URL.",
-     "URL match main location is OK, PageID = %llu.", RuleEnd::kOnMatch},
-    {HasUrl, CompareUrlWithSubReqLocation, "Matching sub location with URL.",
-     "URL match sub location is OK, PageID = %llu.", RuleEnd::kOnMatch},
-    {LacksHost, ProcessSpecialUri, nullptr, "Special URL, PageID = %llu.", RuleEnd::kLogAlways},
-    {HasReferer, RunMainCompare<COMPARE_REFERER_WITH_MAIN_REQ_URL>, "Matching main URL with referer.",
-     "Referer match main URL is OK, PageID = %llu.", RuleEnd::kOnMatch},
-    {HasReferer, CompareRefererWithSubReqUrl, "Matching sub URL with referer.",
-     "Referer match sub URL is OK, PageID = %llu.", RuleEnd::kOnMatch},
-    {HasReferer, CompareRefererWithAllReqReferer, "Matching main referer with referer.",
-     "Referer match main referer is OK, PageID = %llu.", RuleEnd::kOnMatch},
-    {HasHost, RunMainCompare<COMPARE_HOST_WITH_MAIN_REQ_HOST>, "Matching main host with host.",
-     "Host match main host is OK, PageID = %llu.", RuleEnd::kOnMatch},
-    {HasHost, CompareHostWithSubReqHost, "Matching sub host with host.",
-     "Host match sub host is OK, PageID = %llu.", RuleEnd::kOnMatch},
-    {Always, CompareMsgTimeWithAllPageNode, nullptr, "Time match, PageID = %llu.", RuleEnd::kLast},
-};
+constexpr auto kMatchRules = std::make_tuple(
+    MatchRule<HasHost, RunHeartBeat, RuleEnd::kOnMatch>{nullptr, "Event is HeartBeat, PageID = %llu."},
+    MatchRule<HasNoKeys, nullptr, RuleEnd::kRefuse>{nullptr, "ReqInfo is NULL."},
+    MatchRule<HasUrl, RunMainCompare<COMPARE_URL_WITH_MAIN_REQ_LOCATION>, RuleEnd::kOnMatch>{
+        "Matching main location with URL.", "URL match main location is OK, PageID = %llu."},
+    MatchRule<HasUrl, CompareUrlWithSubReqLocation, RuleEnd::kOnMatch>{
+        "Matching sub location with URL.", "URL match sub location is OK, PageID = %llu."},
+    MatchRule<LacksHost, ProcessSpecialUri, RuleEnd::kLogAlways>{nullptr, "Special URL, PageID = %llu."},
+    MatchRule<HasReferer, RunMainCompare<COMPARE_REFERER_WITH_MAIN_REQ_URL>, RuleEnd::kOnMatch>{
+        "Matching main URL with referer.", "Referer match main URL is OK, PageID = %llu."},
+    MatchRule<HasReferer, CompareRefererWithSubReqUrl, RuleEnd::kOnMatch>{
+        "Matching sub URL with referer.", "Referer match sub URL is OK, PageID = %llu."},
+    MatchRule<HasReferer, CompareRefererWithAllReqReferer, RuleEnd::kOnMatch>{
+        "Matching main referer with referer.", "Referer match main referer is OK, PageID = %llu."},
+    MatchRule<HasHost, RunMainCompare<COMPARE_HOST_WITH_MAIN_REQ_HOST>, RuleEnd::kOnMatch>{
+        "Matching main host with host.", "Host match main host is OK, PageID = %llu."},
+    MatchRule<HasHost, CompareHostWithSubReqHost, RuleEnd::kOnMatch>{
+        "Matching sub host with host.", "Host match sub host is OK, PageID = %llu."},
+    MatchRule<Always, CompareMsgTimeWithAllPageNode, RuleEnd::kLast>{nullptr, "Time match, PageID = %llu."});
+
+// Runs one row of the table; true when the match ends there, with the
+// result in *pullPageID. Whether the rule applies is read from the record
+// just before it, as an earlier rule may have written it.
+template <bool (*Applies)(const STEventInfo &), uint64_t (*Run)(STEventInfo *), RuleEnd kEnd>
+bool RunRule(const MatchRule<Applies, Run, kEnd> &stRule, STEventInfo *pstInfo, uint64_t *pullPageID)
+{
+    const char *const pcFunc = "WebPageMsgMatch";
+    const uint32_t uiTid = pstInfo->ucThreadID;
+    if (!Applies(*pstInfo)) {
+        return false;
+    }
+    if constexpr (kEnd == RuleEnd::kRefuse) {
+        LOG_ERROR_AS(pcFunc, uiTid, "%s", stRule.pcMatched);
+        *pullPageID = 0;
+        return true;
+    } else {
+        if (stRule.pcBefore != nullptr) {
+            LOG_TRACE_AS(pcFunc, uiTid, "%s", stRule.pcBefore);
+        }
+        const uint64_t ullPageID = Run(pstInfo);
+        if (ullPageID != 0 || kEnd != RuleEnd::kOnMatch) {
+            LOG_TRACE_AS(pcFunc, uiTid, stRule.pcMatched, (unsigned long long)ullPageID);
+        }
+        if (kEnd == RuleEnd::kLast) {
+            LOG_TRACE_AS(pcFunc, uiTid, "****Match webpage is end*********************************.");
+        }
+        *pullPageID = ullPageID;
+        return ullPageID != 0 || kEnd == RuleEnd::kLast;
+    }
+}
 
 }  // namespace
 
 namespace orvane {
 
-STPageNode *FlowPageTakingEvent(STEventInfo *pstInfo, uint8_t ucListType, const char *pcFunc, const char *pcFoundLine)
+// FlowPageTakingEvent built for an off level (kLog false) and as written.
+// Nothing in it calls daemon code.
+template <bool kLog>
+STPageNode *FlowPageTaking(STEventInfo *pstInfo, uint8_t ucListType, const char *pcFunc, const char *pcFoundLine)
 {
     const uint32_t uiTid = pstInfo->ucThreadID;
-    STPageNode *pstPage = GetPageNodeByFlowInfo(pstInfo, ucListType);
+    // GetPageNodeByFlowInfo; for an associate page without its calls (the
+    // callers checked the record and its thread).
+    STFlowInfo *pstFlow = pstInfo->pstFlowInfo;
+    STPageNode *pstPage = nullptr;
+    if (pstFlow != nullptr && pstFlow->uiPageType == PAGE_TYPE_ASSOCIATE) {
+        pstPage = FindFlowPage(pstInfo, pstFlow->ullAssociatePageID, pstFlow->pstAssociatePage, ucListType, false);
+    } else {
+        pstPage = GetPageNodeByFlowInfo(pstInfo, ucListType);
+    }
     if (pstPage != nullptr) {
-        LOG_TRACE_AS(pcFunc, uiTid, pcFoundLine, Llu(pstPage->uiPageID));
+        LOG_TRACE_IF(kLog, pcFunc, uiTid, pcFoundLine, Llu(pstPage->uiPageID));
         if (UpdatePageNode(pstPage, pstInfo, pstPage->uiPageType) == 0) {
             return pstPage;
         }
     }
-    LOG_TRACE_AS(pcFunc, uiTid, "Match fail process,Get page by flow is NOK,insert new page.");
+    LOG_TRACE_IF(kLog, pcFunc, uiTid, "Match fail process,Get page by flow is NOK,insert new page.");
     return nullptr;
+}
+
+STPageNode *FlowPageTakingEvent(STEventInfo *pstInfo, uint8_t ucListType, const char *pcFunc, const char *pcFoundLine)
+{
+    return LogOff() ? FlowPageTaking<false>(pstInfo, ucListType, pcFunc, pcFoundLine)
+                    : FlowPageTaking<true>(pstInfo, ucListType, pcFunc, pcFoundLine);
+}
+
+// ProcessNoMsgOrMatchFail's body, built for an off level (kLog false) and as
+// written. Only page creation may call the daemon (its DNS query): the lines
+// after it test the level again.
+template <bool kLog>
+uint64_t FallBackAs(STEventInfo *pstInfo, uint8_t bIsAllRuleMatchFail)
+{
+    const char *const pcFunc = "ProcessNoMsgOrMatchFail";
+    const uint32_t uiTid = pstInfo->ucThreadID;
+    LOG_TRACE_IF(kLog, pcFunc, uiTid, "Match fail process,bIsAllRuleMatchFail is %u.", bIsAllRuleMatchFail);
+    if (pstInfo->pstFlowInfo == nullptr) {
+        return 0;
+    }
+    if (pstInfo->pstFlowInfo->ucIsBlack == 1) {
+        LOG_TRACE_IF(kLog, pcFunc, uiTid, "Match fail process,flow  host  is  black list.");
+        return PAGE_ID_BLACK;
+    }
+
+    const char *const pcFoundLine = "Match fail process,Get page by flow is OK,PageID is %llu.";
+    uint32_t uiPageType = PAGE_TYPE_SINGLE;
+    if (bIsAllRuleMatchFail != 0) {
+        // A request no rule placed opens its own page; flash content never
+        // becomes a web page.
+        if (IsBlackList(pstInfo->acURL, pstInfo->usURLLen, URL_MAX_LEN, pstInfo->acRefererUrl,
+                        pstInfo->usRefererUrlLen, REFERER_MAX_LEN, pstInfo->acContentType,
+                        pstInfo->usContentTypeLen, CONTENT_TYPE_MAX_LEN) != 0) {
+            LOG_TRACE_IF(kLog, pcFunc, uiTid, "Match fail process,Reqevent is in blacklist.");
+        } else {
+            uiPageType = PAGE_TYPE_ASSOCIATE;
+        }
+        const uint64_t ullPageID = InsertPageNode(pstInfo, uiPageType, 1);
+        LOG_TRACE_AS(pcFunc, uiTid, "Match fail process,insert page,PageID is %llu.", (unsigned long long)ullPageID);
+        if (ullPageID != 0) {
+            return ullPageID;
+        }
+        const STPageNode *pstPage = FlowPageTakingEvent(pstInfo, PAGE_LIST_ORDINARY, pcFunc, pcFoundLine);
+        return pstPage != nullptr ? pstPage->uiPageID : InsertPageNode(pstInfo, uiPageType, 0);
+    }
+
+    const STPageNode *pstPage = FlowPageTaking<kLog>(pstInfo, PAGE_LIST_ORDINARY, pcFunc, pcFoundLine);
+    return pstPage != nullptr ? pstPage->uiPageID : InsertPageNode(pstInfo, uiPageType, 0);
+}
+
+// The exported steps below past their argument checks, for callers that made
+// them; their lines still name the exported functions.
+uint64_t MatchRequest(STEventInfo *pstInfo)
+{
+    LOG_TRACE_AS("WebPageMsgMatch", pstInfo->ucThreadID,
+                 "****Match webpage is begin*********************************.");
+    uint64_t ullPageID = 0;
+    std::apply([&](const auto &...stRule) { (void)(RunRule(stRule, pstInfo, &ullPageID) || ...); }, kMatchRules);
+    return ullPageID;
+}
+
+uint64_t FallBack(STEventInfo *pstInfo, uint8_t bIsAllRuleMatchFail)
+{
+    return LogOff() ? FallBackAs<false>(pstInfo, bIsAllRuleMatchFail) : FallBackAs<true>(pstInfo, bIsAllRuleMatchFail);
+}
+
+uint64_t HandleRequest(STEventInfo *pstInfo, const STWebPageEvent *pstEvent)
+{
+    const char *const pcFunc = "WebPageEventReqProcess";
+    const uint32_t uiTid = pstInfo->ucThreadID;
+    size_t ulHostText = 0;
+    if (orvane::ReadRequestEvent(pstEvent, pstInfo, &ulHostText) != 0) {
+        LOG_ERROR_AS(pcFunc, uiTid, "GetReqEventInfo err.");
+        return 0;
+    }
+
+    if (IsBlackRequest(pstInfo, ulHostText)) {
+        MarkFlowBlack(pstInfo, 1);
+        LOG_TRACE_AS(pcFunc, uiTid, "Req event host/url is black.");
+        return PAGE_ID_BLACK;
+    }
+    LOG_TRACE_AS(pcFunc, uiTid, "current Req event host is not black");
+    MarkFlowBlack(pstInfo, 0);
+
+    // UCID requests are placed by time among UCID pages only.
+    if (IsUrlContainsUcid(pstInfo->acUri, pstInfo->usUriLen, URI_MAX_LEN) != 0) {
+        uint64_t ullPageID = WebPageUcidMsgMatch(pstInfo);
+        LOG_TRACE_AS(pcFunc, uiTid, "ucid  WebPageUcidMsgMatch, PageID=%llu.", (unsigned long long)ullPageID);
+        if (ullPageID == 0) {
+            ullPageID = InsertUcidPageNode(pstInfo, PAGE_TYPE_ASSOCIATE);
+            LOG_TRACE_AS(pcFunc, uiTid, "WebPageucidMsgMatch, fail ! create page PageID=%llu.",
+                         (unsigned long long)ullPageID);
+        }
+        if (pstInfo->pstFlowInfo != nullptr) {
+            pstInfo->pstFlowInfo->ucIsUcid = 1;
+        }
+        LOG_TRACE_AS(pcFunc, uiTid, "trans is ucid!");
+        return ullPageID;
+    }
+
+    uint64_t ullPageID = MatchRequest(pstInfo);
+    LOG_TRACE_AS(pcFunc, uiTid, "not ucid WebPageMsgMatch, PageID=%llu.", (unsigned long long)ullPageID);
+    if (ullPageID != 0) {
+        return ullPageID;
+    }
+    ullPageID = FallBack(pstInfo, 1);
+    LOG_TRACE_AS(pcFunc, uiTid, "ProcessNoMsgOrMatchFail true, PageID=%llu.", (unsigned long long)ullPageID);
+    if (ullPageID != 0) {
+        return ullPageID;
+    }
+    ullPageID = FallBack(pstInfo, 0);
+    LOG_ERROR_AS(pcFunc, uiTid, "ProcessNoMsgOrMatchFail false, PageID=%llu.", (unsigned long long)ullPageID);
+    return ullPageID;
 }
 
 }  // namespace orvane
@@ -152,48 +320,7 @@ uint64_t WebPageEventReqProcess(STEventInfo *pstInfo, const STWebPageEvent *pstE
     if (!orvane::RecordArgsOk(__func__, pstInfo, pstEvent != nullptr, LOG_TID_NONE, "para err.", "ucThreadID err.")) {
         return 0;
     }
-    const uint32_t uiTid = pstInfo->ucThreadID;
-    if (GetReqEventInfo(pstEvent, pstInfo) != 0) {
-        LOG_ERROR(uiTid, "GetReqEventInfo err.");
-        return 0;
-    }
-
-    if (IsBlackRequest(pstInfo)) {
-        MarkFlowBlack(pstInfo, 1);
-        LOG_TRACE(uiTid, "Req event host/url is black.");
-        return PAGE_ID_BLACK;
-    }
-    LOG_TRACE(uiTid, "current Req event host is not black");
-    MarkFlowBlack(pstInfo, 0);
-
-    // UCID requests are placed by time among UCID pages only.
-    if (IsUrlContainsUcid(pstInfo->acUri, pstInfo->usUriLen, URI_MAX_LEN) != 0) {
-        uint64_t ullPageID = WebPageUcidMsgMatch(pstInfo);
-        LOG_TRACE(uiTid, "ucid  WebPageUcidMsgMatch, PageID=%llu.", (unsigned long long)ullPageID);
-        if (ullPageID == 0) {
-            ullPageID = InsertUcidPageNode(pstInfo, PAGE_TYPE_ASSOCIATE);
-            LOG_TRACE(uiTid, "WebPageucidMsgMatch, fail ! create page PageID=%llu.", (unsigned long long)ullPageID);
-        }
-        if (pstInfo->pstFlowInfo != nullptr) {
-            pstInfo->pstFlowInfo->ucIsUcid = 1;
-        }
-        LOG_TRACE(uiTid, "trans is ucid!");
-        return ullPageID;
-    }
-
-    uint64_t ullPageID = WebPageMsgMatch(pstInfo);
-    LOG_TRACE(uiTid, "not ucid WebPageMsgMatch, PageID=%llu.", (unsigned long long)ullPageID);
-    if (ullPageID != 0) {
-        return ullPageID;
-    }
-    ullPageID = ProcessNoMsgOrMatchFail(pstInfo, 1);
-    LOG_TRACE(uiTid, "ProcessNoMsgOrMatchFail true, PageID=%llu.", (unsigned long long)ullPageID);
-    if (ullPageID != 0) {
-        return ullPageID;
-    }
-    ullPageID = ProcessNoMsgOrMatchFail(pstInfo, 0);
-    LOG_ERROR(uiTid, "ProcessNoMsgOrMatchFail false, PageID=%llu.", (unsigned long long)ullPageID);
-    return ullPageID;
+    return orvane::HandleRequest(pstInfo, pstEvent);
 }
 
 uint64_t WebPageMsgMatch(STEventInfo *pstInfo)
@@ -201,33 +328,7 @@ uint64_t WebPageMsgMatch(STEventInfo *pstInfo)
     if (!orvane::RecordArgsOk(__func__, pstInfo, LOG_TID_NONE, "para err.", "ucThreadID err.")) {
         return 0;
     }
-    const uint32_t uiTid = pstInfo->ucThreadID;
-    LOG_TRACE(uiTid, "****Match webpage is begin*********************************.");
-
-    for (const MatchRule &stRule : kMatchRules) {
-        if (!stRule.applies(*pstInfo)) {
-            continue;
-        }
-        if (stRule.end == RuleEnd::kRefuse) {
-            LOG_ERROR(uiTid, "%s", stRule.matched);
-            return 0;
-        }
-        if (stRule.before != nullptr) {
-            LOG_TRACE(uiTid, "%s", stRule.before);
-        }
-        const uint64_t ullPageID = stRule.run(pstInfo);
-        if (ullPageID != 0 || stRule.end != RuleEnd::kOnMatch) {
-            LOG_TRACE(uiTid, stRule.matched, (unsigned long long)ullPageID);
-        }
-        if (stRule.end == RuleEnd::kLast) {
-            LOG_TRACE(uiTid, "****Match webpage is end*********************************.");
-            return ullPageID;
-        }
-        if (ullPageID != 0) {
-            return ullPageID;
-        }
-    }
-    return 0;
+    return orvane::MatchRequest(pstInfo);
 }
 
 uint64_t ProcessNoMsgOrMatchFail(STEventInfo *pstInfo, uint8_t bIsAllRuleMatchFail)
@@ -235,37 +336,7 @@ uint64_t ProcessNoMsgOrMatchFail(STEventInfo *pstInfo, uint8_t bIsAllRuleMatchFa
     if (!orvane::RecordArgsOk(__func__, pstInfo, LOG_TID_ANY, "Para err.", "ucThreadID err.")) {
         return 0;
     }
-    const uint32_t uiTid = pstInfo->ucThreadID;
-    LOG_TRACE(uiTid, "Match fail process,bIsAllRuleMatchFail is %u.", bIsAllRuleMatchFail);
-    if (pstInfo->pstFlowInfo == nullptr) {
-        return 0;
-    }
-    if (pstInfo->pstFlowInfo->ucIsBlack == 1) {
-        LOG_TRACE(uiTid, "Match fail process,flow  host  is  black list.");
-        return PAGE_ID_BLACK;
-    }
-
-    uint32_t uiPageType = PAGE_TYPE_SINGLE;
-    if (bIsAllRuleMatchFail != 0) {
-        // A request no rule placed opens its own page; flash content never
-        // becomes a web page.
-        if (IsBlackList(pstInfo->acURL, pstInfo->usURLLen, URL_MAX_LEN, pstInfo->acRefererUrl,
-                        pstInfo->usRefererUrlLen, REFERER_MAX_LEN, pstInfo->acContentType,
-                        pstInfo->usContentTypeLen, CONTENT_TYPE_MAX_LEN) != 0) {
-            LOG_TRACE(uiTid, "Match fail process,Reqevent is in blacklist.");
-        } else {
-            uiPageType = PAGE_TYPE_ASSOCIATE;
-        }
-        const uint64_t ullPageID = InsertPageNode(pstInfo, uiPageType, 1);
-        LOG_TRACE(uiTid, "Match fail process,insert page,PageID is %llu.", (unsigned long long)ullPageID);
-        if (ullPageID != 0) {
-            return ullPageID;
-        }
-    }
-
-    const STPageNode *pstPage = orvane::FlowPageTakingEvent(pstInfo, PAGE_LIST_ORDINARY, __func__,
-                                                            "Match fail process,Get page by flow is OK,PageID is %llu.");
-    return pstPage != nullptr ? pstPage->uiPageID : InsertPageNode(pstInfo, uiPageType, 0);
+    return orvane::FallBack(pstInfo, bIsAllRuleMatchFail);
 }
 
 uint64_t WebPageEventRspProcess(STEventInfo *pstInfo, const STWebPageEvent *pstEvent)

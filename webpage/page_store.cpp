@@ -1,5 +1,6 @@
 // The thread's open pages: creation from an event, page IDs, the first
 // request's identity, the DNS answer at creation, and finding a flow's page.
+#include <cstddef>
 #include <cstdint>
 
 #include "webpage_util.hpp"
@@ -17,44 +18,30 @@ using orvane::PageOf;
 using orvane::SetPageFlag;
 using orvane::FindFlowPage;
 
-// The flow area is the daemon's and may outlive the page, or even the
-// context, its pointer was taken from: the pointer is trusted only when it is
-// a node of this thread's page pool, so it can never lead into freed memory.
-bool IsOwnPageNode(const STWebPage *pstCtx, const STPageNode *pstPage)
+// Asks the daemon's DNS cache when the host was resolved and how long it
+// took; true when it was asked. The lines on the answer are FinishPage's.
+bool AskDns(STPageNode *pstPage, const STEventInfo *pstInfo, const char *pcFunc)
 {
-    const CMemPool &stPool = pstCtx->stPageNodePool;
-    const uintptr_t uBase = reinterpret_cast<uintptr_t>(stPool.m_apstBlock[0]);
-    const uintptr_t uStride = stPool.m_uiNodeSize + sizeof(STTranNode);
-    const uintptr_t uNode = reinterpret_cast<uintptr_t>(pstPage) - sizeof(STTranNode);
-    return pstPage != nullptr && uBase != 0 && uNode >= uBase && (uNode - uBase) % uStride == 0 &&
-           (uNode - uBase) / uStride < stPool.m_uiInitNodeNum;
-}
-
-// Asks the daemon's DNS cache when the host was resolved and how long it took.
-void QueryDns(STPageNode *pstPage, const STEventInfo *pstInfo, const char *pcFunc)
-{
-    const uint8_t ucTid = pstInfo->ucThreadID;
     const PFDNSQueryFunc pfQuery = g_DNSQueryFunc;
-    if (pstInfo->usHostLen != 0 && pfQuery != nullptr) {
-        STDNSQueryInfo stQuery{};
-        stQuery.pcHost = pstInfo->acHost;
-        stQuery.usHostLen = pstInfo->usHostLen;
-        stQuery.uiServerIp = pstInfo->uiServerIp;
-        STDNSQueryResult stResult{};
-        LOG_TRACE_AS(pcFunc, ucTid, "query DNS host %s, serverIP is %u , hostLen %u", pstInfo->acHost,
-                     pstInfo->uiServerIp, pstInfo->usHostLen);
-        (void)pfQuery(&stQuery, &stResult);
-        pstPage->ullDNSBeginTime = stResult.ullDNSBeginTime;
-        pstPage->uiDnsDelay = stResult.uiDnsDelay;
-        LOG_TRACE_AS(pcFunc, ucTid, "query DNS begin time is  %llu ,DNSDelay is %u", Llu(pstPage->ullDNSBeginTime),
-                     pstPage->uiDnsDelay);
+    if (pstInfo->usHostLen == 0 || pfQuery == nullptr) {
+        return false;
     }
-    LOG_TRACE_AS(pcFunc, ucTid, "DNS begin time is , %llu! DNS delay is %u ,PageID is %llu",
-                 Llu(pstPage->ullDNSBeginTime), pstPage->uiDnsDelay, Llu(pstPage->uiPageID));
+    STDNSQueryInfo stQuery{};
+    stQuery.pcHost = pstInfo->acHost;
+    stQuery.usHostLen = pstInfo->usHostLen;
+    stQuery.uiServerIp = pstInfo->uiServerIp;
+    STDNSQueryResult stResult{};
+    LOG_TRACE_AS(pcFunc, pstInfo->ucThreadID, "query DNS host %s, serverIP is %u , hostLen %u", pstInfo->acHost,
+                 pstInfo->uiServerIp, pstInfo->usHostLen);
+    (void)pfQuery(&stQuery, &stResult);
+    pstPage->ullDNSBeginTime = stResult.ullDNSBeginTime;
+    pstPage->uiDnsDelay = stResult.uiDnsDelay;
+    return true;
 }
 
 // The creating event's cause: any cause marks the page; a non-redirect one
 // is the main request; success is judged on redirects too.
+template <bool kLog>
 void ApplyFirstCause(STPageNode *pstPage, const STEventInfo *pstInfo, const char *pcFunc)
 {
     const uint8_t ucTid = pstInfo->ucThreadID;
@@ -62,19 +49,90 @@ void ApplyFirstCause(STPageNode *pstPage, const STEventInfo *pstInfo, const char
     if (usCause == 0) {
         return;
     }
-    LOG_TRACE_AS(pcFunc, ucTid, "Page has first causecode is %u.", usCause);
+    LOG_TRACE_IF(kLog, pcFunc, ucTid, "Page has first causecode is %u.", usCause);
     SetPageFlag(pstPage, PAGE_FLAG_HAS_CAUSE);
     if (IsRedirect(usCause) == 0) {
-        LOG_TRACE_AS(pcFunc, ucTid, "This event is main request.");
+        LOG_TRACE_IF(kLog, pcFunc, ucTid, "This event is main request.");
         SetPageFlag(pstPage, PAGE_FLAG_MAIN_REQ);
         pstPage->usMainCauseCode = usCause;
     }
     if (IsRsponseOK(usCause) != 0) {
-        LOG_TRACE_AS(pcFunc, ucTid, "The rsponse is OK.");
+        LOG_TRACE_IF(kLog, pcFunc, ucTid, "The rsponse is OK.");
         SetPageFlag(pstPage, PAGE_FLAG_SUCCESS);
     } else {
-        LOG_TRACE_AS(pcFunc, ucTid, "The rsponse is fail.");
+        LOG_TRACE_IF(kLog, pcFunc, ucTid, "The rsponse is fail.");
         ClearPageFlag(pstPage, PAGE_FLAG_SUCCESS);
+    }
+}
+
+// SaveFirReqString past its checks, built for an off level (kLog false) and
+// as written.
+template <bool kLog>
+void SaveFirstRequest(STEventInfo *pstInfo, STPageNode *pstPage)
+{
+    const char *const pcFunc = "SaveFirReqString";
+    const uint8_t ucTid = pstInfo->ucThreadID;
+    if (pstInfo->usHostLen != 0) {
+        pstPage->usHostLen = CopyCut(pstPage->acHost, HOST_MAX_LEN, pstInfo->acHost, pstInfo->usHostLen);
+        pstPage->uiHostKey = pstInfo->uiHostHashKey;
+        LOG_TRACE_IF(kLog, pcFunc, ucTid, "Save host info to page, HostLen is %u, Host is [%s], HostKey is %u.",
+                     pstPage->usHostLen, pstPage->acHost, pstPage->uiHostKey);
+    }
+    if (pstInfo->usURLLen != 0) {
+        pstPage->usURLLen = CopyCut(pstPage->acURL, URL_MAX_LEN, pstInfo->acURL, pstInfo->usURLLen);
+        pstPage->uiURLKey = pstInfo->uiURLHashKey;
+        LOG_TRACE_IF(kLog, pcFunc, ucTid, "Save URL info to page, URLLen is %u, URL is [%s], URLKey is %u.",
+                     pstPage->usURLLen, pstPage->acURL, pstPage->uiURLKey);
+    }
+    if (pstInfo->usLocationLen != 0) {
+        pstPage->usLocationLen =
+            CopyCut(pstPage->acLocation, LOCATION_MAX_LEN, pstInfo->acLocation, pstInfo->usLocationLen);
+        pstPage->uiLocationKey = pstInfo->uiLocationHashKey;
+        LOG_TRACE_IF(kLog, pcFunc, ucTid,
+                     "Save location info to page, LocationLen is %u, Location is [%s], LocationKey is %u.",
+                     pstPage->usLocationLen, pstPage->acLocation, pstPage->uiLocationKey);
+    }
+    // Only the referer's key is kept: pages are never compared by referer text.
+    pstPage->uiRefererKey = pstInfo->uiRefererHashKey;
+    LOG_TRACE_IF(kLog, pcFunc, ucTid, "Save Referer info to page, RefererKey is %u.", pstPage->uiRefererKey);
+}
+
+// The steps of making a page after the DNS query, which may have called the
+// daemon: from here on nothing does, so they are built for an off level
+// (kLog false) and as written. bAsked: the DNS cache answered.
+template <bool kLog>
+void FinishPage(STPageNode *pstPage, STEventInfo *pstInfo, uint32_t uiPageType, const orvane::PageCreation &stHow,
+                bool bAsked)
+{
+    const uint8_t ucTid = pstInfo->ucThreadID;
+    const char *const pcFunc = stHow.pcFunc;
+    if (bAsked) {
+        LOG_TRACE_IF(kLog, pcFunc, ucTid, "query DNS begin time is  %llu ,DNSDelay is %u",
+                     Llu(pstPage->ullDNSBeginTime), pstPage->uiDnsDelay);
+    }
+    LOG_TRACE_IF(kLog, pcFunc, ucTid, "DNS begin time is , %llu! DNS delay is %u ,PageID is %llu",
+                 Llu(pstPage->ullDNSBeginTime), pstPage->uiDnsDelay, Llu(pstPage->uiPageID));
+    orvane::SetPageFirstTime(pstPage, pstInfo, pcFunc);
+
+    pstPage->uiPageID = MakePageID(ucTid, ++g_aulPageID[ucTid]);
+    LOG_TRACE_IF(kLog, pcFunc, ucTid, "Insert new page, uiPageID is %llu!", Llu(pstPage->uiPageID));
+
+    if (uiPageType == PAGE_TYPE_ASSOCIATE) {
+        SetPageFlag(pstPage, PAGE_FLAG_WEBTYPE);
+    }
+    if (stHow.bWebTypeTest &&
+        IsWebType(pstInfo->acContentType, pstInfo->usContentTypeLen, CONTENT_TYPE_MAX_LEN, pstInfo->usCauseCode) == 0) {
+        ClearPageFlag(pstPage, PAGE_FLAG_WEBTYPE);
+        LOG_TRACE_IF(kLog, pcFunc, ucTid, "Page is not webtype.");
+    }
+    ApplyFirstCause<kLog>(pstPage, pstInfo, pcFunc);
+    if (pstInfo->uiReqMethod == WEBPAGE_METHOD_POST) {
+        LOG_TRACE_IF(kLog, pcFunc, ucTid, "Page is created by post.");
+        SetPageFlag(pstPage, PAGE_FLAG_ALL_POST);
+    }
+
+    if (stHow.bSaveFirReq) {
+        SaveFirstRequest<kLog>(pstInfo, pstPage);
     }
 }
 
@@ -113,46 +171,19 @@ uint64_t CreatePage(STEventInfo *pstInfo, uint32_t uiPageType, const PageCreatio
     pstPage->enNetworkType = pstInfo->enNetworkType;
     pstInfo->uiMatchLevel = 0;  // the creating event is its page's main level
 
-    QueryDns(pstPage, pstInfo, pcFunc);
-    SetPageFirstTime(pstPage, pstInfo, pcFunc);
-
-    pstPage->uiPageID = MakePageID(ucTid, ++g_aulPageID[ucTid]);
-    LOG_TRACE_AS(pcFunc, ucTid, "Insert new page, uiPageID is %llu!", Llu(pstPage->uiPageID));
-
-    if (uiPageType == PAGE_TYPE_ASSOCIATE) {
-        SetPageFlag(pstPage, PAGE_FLAG_WEBTYPE);
-    }
-    if (stHow.bWebTypeTest &&
-        IsWebType(pstInfo->acContentType, pstInfo->usContentTypeLen, CONTENT_TYPE_MAX_LEN, pstInfo->usCauseCode) == 0) {
-        ClearPageFlag(pstPage, PAGE_FLAG_WEBTYPE);
-        LOG_TRACE_AS(pcFunc, ucTid, "Page is not webtype.");
-    }
-    ApplyFirstCause(pstPage, pstInfo, pcFunc);
-    if (pstInfo->uiReqMethod == WEBPAGE_METHOD_POST) {
-        LOG_TRACE_AS(pcFunc, ucTid, "Page is created by post.");
-        SetPageFlag(pstPage, PAGE_FLAG_ALL_POST);
-    }
-
-    if (stHow.bSaveFirReq) {
-        SaveFirReqString(pstInfo, pstPage);
+    const bool bAsked = AskDns(pstPage, pstInfo, pcFunc);
+    if (orvane::LogOff()) {
+        FinishPage<false>(pstPage, pstInfo, uiPageType, stHow, bAsked);
+    } else {
+        FinishPage<true>(pstPage, pstInfo, uiPageType, stHow, bAsked);
     }
     // The new page is returned whether or not the flow could be tied to it.
     (void)UpdatePageNode(pstPage, pstInfo, uiPageType);
     return pstPage->uiPageID;
 }
 
-STPageNode *FindFlowPage(const STEventInfo *pstInfo, uint64_t ullPageID, STPageNode *pstCached, uint8_t ucListType,
-                         bool bOpenOnly)
+STPageNode *SeekFlowPage(STWebPage *pstCtx, uint64_t ullPageID, uint8_t ucListType)
 {
-    STWebPage *pstCtx = ContextOf(pstInfo->ucThreadID);
-    if (ullPageID == 0 || pstCtx == nullptr) {
-        return nullptr;
-    }
-    // A node on a list always has a predecessor; a free one has none.
-    if (IsOwnPageNode(pstCtx, pstCached) && pstCached->uiPageID == ullPageID &&
-        (!bOpenOnly || NodeOf(pstCached)->pstPrev != nullptr)) {
-        return pstCached;
-    }
     STTranNode *pstNode = SeekNode(&ullPageID, PageListOf(pstCtx, ucListType));
     return pstNode == nullptr ? nullptr : PageOf(pstNode);
 }
@@ -180,43 +211,7 @@ void InitPageProcessInfo(uint8_t ucThreadID, STFlowInfo *pstFlowInfo, STEventInf
         LOG_ERROR(ucThreadID, "para error.");
         return;
     }
-    // Every text is read only up to its length, so clearing its first byte
-    // is enough; the record is set up afresh for every event.
-    pstInfo->ucThreadID = ucThreadID;
-    pstInfo->pstFlowInfo = pstFlowInfo;
-    pstInfo->ucLocationHttps = 0;
-    pstInfo->usClientPort = 0;
-    pstInfo->usServerPort = 0;
-    pstInfo->uiClientIp = 0;
-    pstInfo->uiServerIp = 0;
-    pstInfo->usCauseCode = 0;
-    pstInfo->usHostLen = 0;
-    pstInfo->usURLLen = 0;
-    pstInfo->usRefererUrlLen = 0;
-    pstInfo->usLocationLen = 0;
-    pstInfo->usContentTypeLen = 0;
-    pstInfo->usUriLen = 0;
-    pstInfo->uiHostHashKey = 0;
-    pstInfo->uiURLHashKey = 0;
-    pstInfo->uiRefererHashKey = 0;
-    pstInfo->uiLocationHashKey = 0;
-    pstInfo->acHost[0] = '\0';
-    pstInfo->acURL[0] = '\0';
-    pstInfo->acRefererUrl[0] = '\0';
-    pstInfo->acLocation[0] = '\0';
-    pstInfo->acContentType[0] = '\0';
-    pstInfo->acUri[0] = '\0';
-    pstInfo->ullReqBeginTime = 0;
-    pstInfo->ullReqEndTime = 0;
-    pstInfo->ullRspBeginTime = 0;
-    pstInfo->ullRspEndTime = 0;
-    pstInfo->ullMsgEndTime = 0;
-    pstInfo->ullFirTime = 0;
-    pstInfo->ucFinRst = 0;
-    pstInfo->enNetworkType = 0;
-    pstInfo->uiEventID = 0;
-    pstInfo->uiReqMethod = METHOD_NONE;
-    pstInfo->uiMatchLevel = MATCH_LEVEL_NONE;
+    orvane::ResetRecord(ucThreadID, pstFlowInfo, pstInfo);
 }
 
 void SaveFirReqString(STEventInfo *pstInfo, STPageNode *pstPage)
@@ -224,29 +219,11 @@ void SaveFirReqString(STEventInfo *pstInfo, STPageNode *pstPage)
     if (!orvane::RecordArgsOk(__func__, pstInfo, pstPage != nullptr, LOG_TID_ANY, "Para err!", "ThreadID err!")) {
         return;
     }
-    const uint8_t ucTid = pstInfo->ucThreadID;
-    if (pstInfo->usHostLen != 0) {
-        pstPage->usHostLen = CopyCut(pstPage->acHost, HOST_MAX_LEN, pstInfo->acHost, pstInfo->usHostLen);
-        pstPage->uiHostKey = pstInfo->uiHostHashKey;
-        LOG_TRACE(ucTid, "Save host info to page, HostLen is %u, Host is [%s], HostKey is %u.", pstPage->usHostLen,
-                  pstPage->acHost, pstPage->uiHostKey);
+    if (orvane::LogOff()) {
+        SaveFirstRequest<false>(pstInfo, pstPage);
+    } else {
+        SaveFirstRequest<true>(pstInfo, pstPage);
     }
-    if (pstInfo->usURLLen != 0) {
-        pstPage->usURLLen = CopyCut(pstPage->acURL, URL_MAX_LEN, pstInfo->acURL, pstInfo->usURLLen);
-        pstPage->uiURLKey = pstInfo->uiURLHashKey;
-        LOG_TRACE(ucTid, "Save URL info to page, URLLen is %u, URL is [%s], URLKey is %u.", pstPage->usURLLen,
-                  pstPage->acURL, pstPage->uiURLKey);
-    }
-    if (pstInfo->usLocationLen != 0) {
-        pstPage->usLocationLen =
-            CopyCut(pstPage->acLocation, LOCATION_MAX_LEN, pstInfo->acLocation, pstInfo->usLocationLen);
-        pstPage->uiLocationKey = pstInfo->uiLocationHashKey;
-        LOG_TRACE(ucTid, "Save location info to page, LocationLen is %u, Location is [%s], LocationKey is %u.",
-                  pstPage->usLocationLen, pstPage->acLocation, pstPage->uiLocationKey);
-    }
-    // Only the referer's key is kept: pages are never compared by referer text.
-    pstPage->uiRefererKey = pstInfo->uiRefererHashKey;
-    LOG_TRACE(ucTid, "Save Referer info to page, RefererKey is %u.", pstPage->uiRefererKey);
 }
 
 uint64_t InsertPageNode(STEventInfo *pstInfo, uint32_t uiPageType, uint8_t bIsAllRuleFail)

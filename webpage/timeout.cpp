@@ -131,7 +131,7 @@ uint32_t ProcessPageListTimeOut(uint32_t uiThreadID, uint8_t ucProcType, uint8_t
         return 0;
     }
     STTranManage *pstList = PageListOf(pstCtx, ucListType);
-    const uint32_t uiPageNum = GetTranNodeNum(pstList);
+    const uint32_t uiPageNum = pstList->uiNodeNum;
     if (uiPageNum == 0) {
         LOG_TRACE(uiThreadID, "Page is empty.");
         return 0;
@@ -140,9 +140,20 @@ uint32_t ProcessPageListTimeOut(uint32_t uiThreadID, uint8_t ucProcType, uint8_t
 
     const char *const pcFunc = __func__;
     uint32_t uiClosed = 0;
+    // The configured quiet time, read again after each step that may have
+    // called the daemon (a log line, a page result), which may rewrite it.
+    uint8_t ucQuietRuns = QuietRunLimit();
     (void)orvane::WalkList(pstList, uiPageNum, [&](STTranNode *pstNode) {
         STPageNode *pstPage = PageOf(pstNode);
-        if (ProcessPageNodeTimeOut(uiThreadID, pstPage, ucProcType, ucReport) != 1) {
+        // Most runs only count a quiet page: ProcessPageNodeTimeOut's first
+        // step, taken here without the call (it logs nothing on that path).
+        if (ucProcType == PAGE_PROC_TIMER && pstPage->ucTimeOutNum < ucQuietRuns) {
+            pstPage->ucTimeOutNum++;
+            return false;
+        }
+        const uint8_t ucDone = ProcessPageNodeTimeOut(uiThreadID, pstPage, ucProcType, ucReport);
+        ucQuietRuns = QuietRunLimit();
+        if (ucDone != 1) {
             return false;
         }
         ReleasePageNode(uiThreadID, pstPage);
@@ -153,6 +164,7 @@ uint32_t ProcessPageListTimeOut(uint32_t uiThreadID, uint8_t ucProcType, uint8_t
             (void)orvane::PoolGive(pstNode, &pstCtx->stPageNodePool);
             LOG_TRACE_AS(pcFunc, uiThreadID, "Page is timeout,delete page,PageID is %llu.",
                          (unsigned long long)ullPageID);
+            ucQuietRuns = QuietRunLimit();
             ++uiClosed;
         }
         return false;

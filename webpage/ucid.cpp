@@ -1,6 +1,8 @@
 // UCID pages: requests that carry a UCID are placed by time alone among the
 // pages such requests opened, on a list of their own, and their flows'
 // responses follow them there.
+#include <cstring>
+
 #include "time_window.hpp"
 #include "webpage_util.hpp"
 
@@ -10,6 +12,20 @@ using orvane::ContextOf;
 
 constexpr char kUcidMark[] = "/?ucid=";
 constexpr size_t kUcidMarkLen = sizeof(kUcidMark) - 1;
+
+// Whether the NUL-terminated text holds the mark, case ignored. Found by its
+// '?', rarer in a URI than its '/'; neither is a letter, so only the bytes
+// after them need their case ignored. A NUL among them is no match, so the
+// test never reads past the text's end.
+bool HoldsUcidMark(const char *pcText)
+{
+    for (const char *q = std::strchr(pcText, '?'); q != nullptr; q = std::strchr(q + 1, '?')) {
+        if (q != pcText && q[-1] == '/' && orvane::EqualNoCase(q + 1, kUcidMark + 2, kUcidMarkLen - 2)) {
+            return true;
+        }
+    }
+    return false;
+}
 
 constexpr orvane::TimeJoinLines kUcidTimeJoin{
     "ucid  Page is webtype,match page with time is OK.",
@@ -27,7 +43,7 @@ uint32_t IsUrlContainsUcid(char *pcText, uint16_t usLen, uint16_t usTermPos)
         return 0;
     }
     pcText[usTermPos] = '\0';
-    return (usLen >= kUcidMarkLen && orvane::ContainsNoCase(pcText, kUcidMark, kUcidMarkLen)) ? 1u : 0u;
+    return (usLen >= kUcidMarkLen && HoldsUcidMark(pcText)) ? 1u : 0u;
 }
 
 uint64_t WebPageUcidMsgMatch(STEventInfo *pstInfo)

@@ -298,13 +298,78 @@ struct PageCreation {
 // with InsertPageNode in page_store.cpp; InsertUcidPageNode uses it too.
 uint64_t CreatePage(STEventInfo *pstInfo, uint32_t uiPageType, const PageCreation &stHow);
 
+// The flow area is the daemon's and may outlive the page, or even the
+// context, its pointer was taken from: the pointer is trusted only when it is
+// a node of this thread's page pool, so it can never lead into freed memory.
+inline bool IsOwnPageNode(const STWebPage *pstCtx, const STPageNode *pstPage)
+{
+    const CMemPool &stPool = pstCtx->stPageNodePool;
+    const uintptr_t uBase = reinterpret_cast<uintptr_t>(stPool.m_apstBlock[0]);
+    const uintptr_t uStride = stPool.m_uiNodeSize + sizeof(STTranNode);
+    const uintptr_t uNode = reinterpret_cast<uintptr_t>(pstPage) - sizeof(STTranNode);
+    return pstPage != nullptr && uBase != 0 && uNode >= uBase && (uNode - uBase) % uStride == 0 &&
+           (uNode - uBase) / uStride < stPool.m_uiInitNodeNum;
+}
+
+// The page with the ID on the thread's list, or null. Defined in page_store.cpp.
+STPageNode *SeekFlowPage(STWebPage *pstCtx, uint64_t ullPageID, uint8_t ucListType);
+
 // The page a flow area names: its cached pointer while that points at a node
 // of the thread's page pool still carrying the ID, else the page with the ID
 // on the list. A closed page keeps its ID until its node is reused, so the
 // pointer can lead to it; bOpenOnly refuses such a page (nothing may be
-// linked onto a node that sits in the pool). Defined in page_store.cpp.
-STPageNode *FindFlowPage(const STEventInfo *pstInfo, uint64_t ullPageID, STPageNode *pstCached, uint8_t ucListType,
-                         bool bOpenOnly);
+// linked onto a node that sits in the pool).
+inline STPageNode *FindFlowPage(const STEventInfo *pstInfo, uint64_t ullPageID, STPageNode *pstCached,
+                                uint8_t ucListType, bool bOpenOnly)
+{
+    STWebPage *pstCtx = ContextOf(pstInfo->ucThreadID);
+    if (ullPageID == 0 || pstCtx == nullptr) {
+        return nullptr;
+    }
+    // A node on a list always has a predecessor; a free one has none.
+    if (IsOwnPageNode(pstCtx, pstCached) && pstCached->uiPageID == ullPageID &&
+        (!bOpenOnly || NodeOf(pstCached)->pstPrev != nullptr)) {
+        return pstCached;
+    }
+    return SeekFlowPage(pstCtx, ullPageID, ucListType);
+}
+
+// InitPageProcessInfo for a record known to be there, inline for the entry
+// point.
+inline void ResetRecord(uint8_t ucThreadID, STFlowInfo *pstFlowInfo, STEventInfo *pstInfo)
+{
+    // Every text is read only up to its length, so clearing its first byte
+    // is enough; the record is set up afresh for every event. The numbers
+    // before the texts, and those after them, are cleared as two runs.
+    static_assert(offsetof(STEventInfo, ucThreadID) == 0 && offsetof(STEventInfo, acHost) < 64 &&
+                      offsetof(STEventInfo, ullReqBeginTime) > offsetof(STEventInfo, acUri),
+                  "numbers first, then the texts, then times and the rest");
+    ORV_MEMSET(pstInfo, sizeof(*pstInfo), 0, offsetof(STEventInfo, acHost));
+    pstInfo->ucThreadID = ucThreadID;
+    pstInfo->acHost[0] = '\0';
+    pstInfo->acURL[0] = '\0';
+    pstInfo->acRefererUrl[0] = '\0';
+    pstInfo->acLocation[0] = '\0';
+    pstInfo->acContentType[0] = '\0';
+    pstInfo->acUri[0] = '\0';
+    char *const pcTail = reinterpret_cast<char *>(&pstInfo->ullReqBeginTime);
+    ORV_MEMSET(pcTail, sizeof(*pstInfo), 0, sizeof(*pstInfo) - offsetof(STEventInfo, ullReqBeginTime));
+    pstInfo->pstFlowInfo = pstFlowInfo;
+    pstInfo->uiReqMethod = METHOD_NONE;
+    pstInfo->uiMatchLevel = MATCH_LEVEL_NONE;
+}
+
+// GetReqEventInfo past its argument checks, for a caller that made them;
+// *pulHostText (when given) receives the host's text length, its bytes
+// before the first NUL. Defined in event_intake.cpp.
+uint32_t ReadRequestEvent(const STWebPageEvent *pstEvent, STEventInfo *pstInfo, size_t *pulHostText);
+
+// WebPageEventReqProcess, ProcessNoMsgOrMatchFail and GetRspEventInfo past
+// their argument checks, for the entry point, which made them. Defined in
+// match_driver.cpp and event_intake.cpp.
+uint64_t HandleRequest(STEventInfo *pstInfo, const STWebPageEvent *pstEvent);
+uint64_t FallBack(STEventInfo *pstInfo, uint8_t bIsAllRuleMatchFail);
+uint32_t ReadResponseEvent(const STWebPageEvent *pstEvent, STEventInfo *pstInfo);
 
 // A request that may open a page of its own: of a web content type (or a
 // redirect) and not black-listed.
