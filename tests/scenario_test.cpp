@@ -83,20 +83,6 @@ TEST_F(ScenarioTest, ThirtyPagesExhaustThePoolUntilOneCloses)
     EXPECT_EQ(id, 31u);
 }
 
-TEST_F(ScenarioTest, ThreadsKeepToTheirOwnPages)
-{
-    InitThreads({0, 1});
-    uint64_t id0 = 0, id1 = 0;
-    ASSERT_EQ(Send(0, 1, Req("www.example.com", "/", kT0), &id0), WEBPAGE_OK);
-    // The same host and time on thread 1 would join the page on thread 0.
-    ASSERT_EQ(Send(1, 2, Req("www.example.com", "/a.css", kT0 + 10 * kMs), &id1), WEBPAGE_OK);
-    EXPECT_EQ(Fields(id0, id1), Fields(1, 0x1000000000000001u));
-
-    RunTimer(1, 13);
-    ASSERT_EQ(Reported().size(), 1u);
-    EXPECT_EQ(Fields(Reported()[0].uiPageID, OpenPages(0)), Fields(id1, 1));
-}
-
 TEST_F(ScenarioTest, ReleasesCloseEverythingAndANewContextStartsAfresh)
 {
     InitThreads({0});
