@@ -4,11 +4,9 @@
 
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
 #include "../test_util.hpp"
 #include "capture_builder.hpp"
-#include "capture_fuzz_driver.hpp"
 #include "report.hpp"
 #include "session.hpp"
 #include "trace.hpp"
