@@ -1,5 +1,4 @@
-// Request classification with the default page configuration, and the
-// heartbeat pages of the long-poll host.
+// Request classification with the default page configuration.
 #include <cstring>
 
 #include "daemon_fixture.hpp"
@@ -78,26 +77,6 @@ TEST_F(ClassifyTest, HostAndInputKeywordsMatchAnywhereInAnyCase)
     EXPECT_EQ(IsUrlBlackList(input.buf, input.len, 256), 1);
     EXPECT_EQ(IsUrlBlackList(plain.buf, plain.len, 256), 0);
     EXPECT_EQ(IsUrlBlackList(input.buf, 0, 256), 0);
-}
-
-TEST_F(ClassifyTest, EachFlowKeepsOneSinglePageForItsHeartbeats)
-{
-    auto heartbeat = [this](int flow, const char *host, uint64_t begin) {
-        STEventInfo info = Intake(0, flow, Req(host, "/poll", begin));
-        return ProcessHeartBeat(&info);
-    };
-    const uint64_t page = heartbeat(1, "LongPoll.Social.Example", 1 * kSec);
-    ASSERT_NE(page, 0u);
-    EXPECT_EQ(FindPage(0, page)->uiPageType, (uint32_t)PAGE_TYPE_SINGLE);
-    EXPECT_FALSE(FindPage(0, page)->usPageFlag & PAGE_FLAG_WEBTYPE);
-    EXPECT_EQ(heartbeat(1, "longpoll.social.example", 40 * kSec), page);
-    EXPECT_EQ(FindPage(0, page)->usReqNum, 2u);
-
-    const uint64_t second = heartbeat(2, "longpoll.social.example", 41 * kSec);
-    EXPECT_TRUE(second != 0 && second != page);
-    EXPECT_EQ(heartbeat(1, "www.example.com", 42 * kSec), 0u);
-    EXPECT_EQ(OpenPages(0), 2u);
-    EXPECT_EQ(ProcessHeartBeat(nullptr), 0u);
 }
 
 }  // namespace

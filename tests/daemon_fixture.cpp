@@ -83,13 +83,10 @@ uint32_t CollectPageEnd(STPageKQI *pstKQI)
     return 0;
 }
 
-uint32_t AnswerDns(STDNSQueryInfo *pstQuery, STDNSQueryResult *pstResult)
+// Nothing is cached: the result is left as the library passed it.
+uint32_t AnswerDns(STDNSQueryInfo *pstQuery, STDNSQueryResult *)
 {
     Sinks().dnsQueries.push_back(*pstQuery);
-    auto it = Sinks().dns.find(std::string(pstQuery->pcHost, pstQuery->usHostLen));
-    if (it != Sinks().dns.end()) {
-        *pstResult = it->second;
-    }
     return 0;
 }
 

@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <deque>
 #include <map>
 #include <string>
 #include <vector>
@@ -43,7 +42,6 @@ struct CapturedLog { uint32_t level; std::string line; };
 struct DaemonSinks {
     std::vector<CapturedLog> logs;
     std::vector<STPageKQI> pages;
-    std::map<std::string, STDNSQueryResult> dns;  // host -> answer
     std::vector<STDNSQueryInfo> dnsQueries;
     uint64_t nextTimerHandle = 100;
     std::vector<uint32_t> timerStarts;  // thread arguments of start calls

@@ -4,13 +4,11 @@
 
 #include <dirent.h>
 
-#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <string>
 #include <vector>
 
-#include "daemon_fixture.hpp"
 #include "ott_fuzz_driver.hpp"
 #include "webpage_fuzz_driver.hpp"
 
@@ -73,45 +71,3 @@ TEST(FuzzRegression, WebPageFindingsStayFixed)
 }
 
 }  // namespace
-
-namespace orvane_test {
-namespace {
-
-class FuzzFindingStory : public DaemonTest {};
-
-// The flow area caches a pointer to its page. Once the timer has closed the
-// page, its node sits in the pool still carrying the ID, so the flow's next
-// response is still tied to it, as the flow area's contract says. But nothing
-// may be linked onto that node: strings saved there are lost to their pool
-// the moment the node is reused, since a new page starts with empty lists.
-TEST_F(FuzzFindingStory, FlowRejoinsItsClosedPageButSavesNoStringThere)
-{
-    InitThreads({0});
-    const uint64_t first = Send(1, Req("www.example.com", "/index.html", 1 * kSec));
-    STPageNode *closed = FindPage(0, first);
-    DrainPages(0);
-    ASSERT_EQ(Reported().size(), 1u);
-
-    EXPECT_EQ(Send(1, Rsp(200, 100 * kSec)), first);
-    EXPECT_EQ(FindPage(0, first), nullptr);
-
-    Send(1, Req("www.example.com", "/?ucid=7", 101 * kSec));
-    DrainPages(0);
-    EXPECT_EQ(GetFreeNodeNum(&Ctx(0)->stMatchStrMemPool), MATCH_STR_NODE_NUM);
-    EXPECT_EQ(GetFreeNodeNum(&Ctx(0)->stPageNodePool), PAGE_NODE_NUM);
-
-    // What saving onto the closed node would cost: the string leaves its pool
-    // and stays out once the node is set up for its next page.
-    STEventInfo info{};
-    InitPageProcessInfo(0, &Flow(1), &info);
-    std::memcpy(info.acURL, "www.example.com/late.js", 23);
-    info.usURLLen = 23;
-    info.uiURLHashKey = 0x1234;
-    SaveString(&info, closed, 102 * kSec, 103 * kSec, MATCH_STR_URL);
-    InitPageNode(closed);
-    DrainPages(0);
-    EXPECT_EQ(GetFreeNodeNum(&Ctx(0)->stMatchStrMemPool), MATCH_STR_NODE_NUM - 1u);
-}
-
-}  // namespace
-}  // namespace orvane_test

@@ -54,31 +54,24 @@ TEST_F(LogTest, ThresholdFiltersByLevel)
     EXPECT_TRUE(g_lines.empty());
 }
 
-TEST_F(LogTest, LineFormatAndThreadNumberReduction)
+TEST_F(LogTest, LineFormatThreadNumberReductionAndCuts)
 {
     SDKLog(3, LOG_LEVEL_INFO, "src\\webpage.c", "GetReqEventInfo", 1170, "abc");
     SDKLog(255, LOG_LEVEL_ERROR, "x.c", "F", 1, "m");
     SDKLog(256, LOG_LEVEL_TRACE, "x.c", "F", 1, "m");
     SDKLog(272, LOG_LEVEL_TRACE, "x.c", "F", 1, "m");
-    ASSERT_EQ(g_lines.size(), 4u);
-    EXPECT_EQ(g_lines[0].first, (uint32_t)LOG_LEVEL_INFO);
-    EXPECT_EQ((std::vector<std::string>{g_lines[0].second, g_lines[1].second, g_lines[2].second, g_lines[3].second}),
-              (std::vector<std::string>{"[TID=3][INFO][GetReqEventInfo]abc;webpage.c:1170", "[TID=255][ERROR][F]m;x.c:1",
-                                        "[TID=0][TRACE][F]m;x.c:1", "[TID=16][TRACE][F]m;x.c:1"}));
-}
-
-TEST_F(LogTest, MessageAndLineAreCut)
-{
-    const std::string msg(600, 'm');
+    // The message is cut at 511 characters, the whole line at 611.
+    const std::string msg(600, 'm'), func(300, 'f');
     SDKLog(0, LOG_LEVEL_ERROR, "f.c", "F", 7, "%s", msg.c_str());
-    ASSERT_EQ(g_lines.size(), 1u);
-    const std::string &line = g_lines[0].second;
-    EXPECT_EQ(line.find(std::string(511, 'm') + ";f.c:7"), std::string("[TID=0][ERROR][F]").size());
-
-    g_lines.clear();
-    const std::string func(300, 'f');
     SDKLog(0, LOG_LEVEL_ERROR, "f.c", func.c_str(), 7, "%s", msg.c_str());
-    EXPECT_EQ(g_lines[0].second.size(), 611u);
+    ASSERT_EQ(g_lines.size(), 6u);
+    EXPECT_EQ(g_lines[0].first, (uint32_t)LOG_LEVEL_INFO);
+    EXPECT_EQ((std::vector<std::string>{g_lines[0].second, g_lines[1].second, g_lines[2].second, g_lines[3].second,
+                                        g_lines[4].second}),
+              (std::vector<std::string>{"[TID=3][INFO][GetReqEventInfo]abc;webpage.c:1170", "[TID=255][ERROR][F]m;x.c:1",
+                                        "[TID=0][TRACE][F]m;x.c:1", "[TID=16][TRACE][F]m;x.c:1",
+                                        "[TID=0][ERROR][F]" + std::string(511, 'm') + ";f.c:7"}));
+    EXPECT_EQ(g_lines[5].second.size(), 611u);
 }
 
 TEST_F(LogTest, FileNameTakesTailAfterLastBackslash)

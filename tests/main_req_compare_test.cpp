@@ -191,22 +191,23 @@ TEST_F(MainRuleTest, RedirectChainHandsTheLocationOn)
     EXPECT_EQ(Send(4, Follow("home.example", "", "", "text/html", 20 * kSec)), page);
 }
 
-TEST_F(MainRuleTest, NewestCorrespondingPageWins)
+// Two pages open: the referer rule takes the newest page it names, the host
+// rule goes on to older pages.
+TEST_F(MainRuleTest, RulesTryPagesNewestFirst)
 {
-    InitThreads({0});
-    const uint64_t older = Open(200, "", 1);
-    const uint64_t newer = Send(2, Follow("www.example", "index.html", "", "text/html", 3200 * kMs));
-    ASSERT_NE(newer, older);
-    EXPECT_EQ(Send(3, Follow("img.example", "a.png", "www.example/index.html", "image/png", 3300 * kMs)), newer);
-}
-
-TEST_F(MainRuleTest, HostRuleTriesOlderPages)
-{
-    InitThreads({0});
-    const uint64_t older = Open(200, "", 1);
-    const uint64_t newer = Send(2, Follow("other.example", "index.html", "", "text/html", 2500 * kMs));
-    ASSERT_NE(newer, older);
-    EXPECT_EQ(Send(3, Follow("www.example", "style.css", "", "text/css", 2800 * kMs)), older);
+    const struct { const char *newerHost; uint64_t newerAt; Event third; bool joinsNewer; } rows[] = {
+        {"www.example", 3200 * kMs, Follow("img.example", "a.png", "www.example/index.html", "image/png", 3300 * kMs), true},
+        {"other.example", 2500 * kMs, Follow("www.example", "style.css", "", "text/css", 2800 * kMs), false},
+    };
+    int flow = 0;
+    for (const auto &row : rows) {
+        ResetLibrary();
+        InitThreads({0});
+        const uint64_t older = Open(200, "", ++flow);
+        const uint64_t newer = Send(++flow, Follow(row.newerHost, "index.html", "", "text/html", row.newerAt));
+        ASSERT_NE(newer, older) << row.newerHost;
+        EXPECT_EQ(Send(++flow, row.third), row.joinsNewer ? newer : older) << row.newerHost;
+    }
 }
 
 // Late on the page's host, only a resource gets the referer window's second chance.

@@ -85,25 +85,7 @@ TEST_F(MatchStringTest, FirstRequestStringsAndTimelessEventsSaveNothing)
     EXPECT_EQ(std::strlen(saved[0].acStr), MATCH_STR_MAX_LEN);
 }
 
-TEST_F(MatchStringTest, SavedAgainMovesToTheTailWithFreshTimes)
-{
-    for (const auto &[text, level, begin] : {std::make_tuple("a.example/p", 0u, kT0 + kSec),
-                                             std::make_tuple("b.example/p", 0u, kT0 + 2 * kSec),
-                                             std::make_tuple("a.example/p", 2u, kT0 + 3 * kSec)}) {
-        STEventInfo ev = Working(level, begin);
-        SetReferer(ev, text);
-        SaveStringCommon(&ev);
-    }
-    const std::vector<STMatchStrNode> saved = Strings(page_->stRefererList);
-    ASSERT_EQ(saved.size(), 2u);
-    EXPECT_STREQ(saved[0].acStr, "b.example/p");
-    EXPECT_STREQ(saved[1].acStr, "a.example/p");
-    // Fresh times; the level it was first saved with.
-    EXPECT_EQ(Fields(saved[1].ullBeginTime, saved[1].ullEndTime, saved[1].uiMatchLevel),
-              Fields(kT0 + 3 * kSec, kT0 + 3 * kSec + kMs, 1));
-}
-
-TEST_F(MatchStringTest, FullPoolDropsStringsAndReleaseReturnsThem)
+TEST_F(MatchStringTest, FullPoolDropsNewStringsRefreshesSavedOnesAndReleaseReturnsThem)
 {
     STEventInfo ev = Working(0, kT0 + kSec);
     SetReferer(ev, "r.example/p");
@@ -113,9 +95,14 @@ TEST_F(MatchStringTest, FullPoolDropsStringsAndReleaseReturnsThem)
     }
     EXPECT_EQ(page_->stRefererList.uiNodeNum, MATCH_STR_NODE_NUM);
     EXPECT_EQ(FreeStrings(), 0u);
-    ev.uiRefererHashKey = 7;  // a saved string is still refreshed
-    SaveString(&ev, page_, kT0 + kSec, kT0 + kSec, MATCH_STR_REFERER);
-    EXPECT_EQ(Strings(page_->stRefererList).back().uiHashKey, 7u);
+    // A saved string is still refreshed: it becomes the newest, with fresh
+    // times and the level it was first saved with.
+    ev.uiRefererHashKey = 7;
+    ev.uiMatchLevel = 2;
+    SaveString(&ev, page_, kT0 + kSec, kT0 + 2 * kSec, MATCH_STR_REFERER);
+    const STMatchStrNode last = Strings(page_->stRefererList).back();
+    EXPECT_EQ(Fields(last.uiHashKey, last.ullBeginTime, last.ullEndTime, last.uiMatchLevel),
+              Fields(7, kT0 + kSec, kT0 + 2 * kSec, 1));
 
     ReleaseMatchList(&page_->stRefererList, &Ctx(0)->stMatchStrMemPool);
     EXPECT_EQ(page_->stRefererList.uiNodeNum, 0u);

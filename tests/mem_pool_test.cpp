@@ -84,10 +84,10 @@ TEST(MemPool, ReturnedNodesComeBackInReturnOrder)
     EXPECT_EQ(GetListFreeNodeNum(&g.pool), 0u);
 }
 
-TEST(MemPool, NodesAreDistinctAndHoldTheirUserArea)
+TEST(MemPool, NodesAreDistinctAndReleaseFreesEveryBlock)
 {
     PoolGuard g;
-    ASSERT_EQ(setInitMemPool(20, 100, 1, &g.pool), 0u);
+    ASSERT_EQ(setInitMemPool(32, 100, 1, &g.pool), 0u);
     std::vector<STTranNode *> all;
     Exhaust(g.pool, all);
     for (size_t i = 0; i < all.size(); ++i) {
@@ -97,19 +97,10 @@ TEST(MemPool, NodesAreDistinctAndHoldTheirUserArea)
     for (size_t i = 0; i < all.size(); ++i) {
         EXPECT_EQ(static_cast<unsigned char *>(TRAN_NODE_DATA(all[i]))[99], static_cast<unsigned char>(i));
     }
-}
-
-TEST(MemPool, ReleaseFreesEveryBlockAndEmptiesThePool)
-{
-    PoolGuard g;
-    ASSERT_EQ(setInitMemPool(32, 16, 1, &g.pool), 0u);
-    std::vector<STTranNode *> all;
-    Exhaust(g.pool, all);
     EXPECT_NE(g.pool.m_apstBlock[2], nullptr);
     FreeCMemPoolList(&g.pool);
-    EXPECT_EQ(GetFreeNodeNum(&g.pool), 0u);
-    EXPECT_EQ(g.pool.m_apstBlock[0], nullptr);
-    EXPECT_EQ(ApplyNodeMem(&g.pool), nullptr);
+    EXPECT_EQ(Fields(GetFreeNodeNum(&g.pool), g.pool.m_apstBlock[0] == nullptr, ApplyNodeMem(&g.pool) == nullptr),
+              Fields(0, 1, 1));
     EXPECT_EQ(setInitMemPool(4, 16, 0, &g.pool), 0u);  // may be made again
 }
 

@@ -9,22 +9,6 @@ bool Has(size_t i, const std::string &text)
     return i < Lines().size() && Lines()[i].find(text) != std::string::npos;
 }
 
-TEST_F(OttTest, TransactionListDumpsSixLinesPerNodeInListOrder)
-{
-    PrintOTTTrans(&session_.stUpTransList);
-    EXPECT_TRUE(Lines().empty());
-    Place(session_.stUpTransList, {{100, 200, 1}, {300, 400, 2}, {500, 600, 3}});
-    PrintOTTTrans(&session_.stUpTransList);
-    ASSERT_EQ(Lines().size(), 18u);
-    EXPECT_TRUE(Has(0, "[TID=0][INFO][PrintOTTTrans]---------------start trans------------------;"));
-    const char *block[] = {"]    BeginTime:300;", "]      EndTime:400;", "]      PayLoad:2;", "]    Direction:0;",
-                           "]        State:0;"};
-    for (size_t i = 0; i < 5; ++i) {
-        EXPECT_TRUE(Has(7 + i, block[i])) << Lines()[7 + i];
-    }
-    EXPECT_TRUE(Has(13, "BeginTime:500;"));
-}
-
 TEST_F(OttTest, InputDumpWritesOneBlockPerTransaction)
 {
     STOttTransInput in{};

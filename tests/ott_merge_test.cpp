@@ -55,21 +55,6 @@ TEST_F(OttTest, MergeIntervalCases)
     EXPECT_FALSE(Logged("ERROR"));
 }
 
-TEST_F(OttTest, MergeWithoutPoolStillStretchesTheTail)
-{
-    // Without a pool nothing can be absorbed, but a new end past the tail
-    // still stretches it before the anchors are looked for.
-    Place(session_.stUpTransList, {A, B});
-    STOttTransNode *n = CreateOTTTransListNode(pool_);
-    ASSERT_NE(n, nullptr);
-    n->ullBeginTime = 350;
-    n->ullEndTime = 500;
-    n->uiPayLoad = 8;
-    StartMergeTrans(&session_.stUpTransList, n, nullptr);
-    EXPECT_EQ(Intervals(session_.stUpTransList), (Ivs{A, {300, 500, 2}}));
-    FreeNodeMem(&n->stNode, pool_);
-}
-
 TEST_F(OttTest, SpeedSumsEachDirectionAndEmptiesTheSession)
 {
     struct Row { const char *name; Ivs up; uint64_t payload, duration; } rows[] = {

@@ -9,33 +9,6 @@ constexpr uint64_t kT0 = 5000 * kSec;
 
 class ScenarioTest : public DaemonTest {};
 
-TEST_F(ScenarioTest, OnePageLivesQuietlyAndIsReportedOnce)
-{
-    InitThreads({0});
-    Sinks().dns["www.example.com"] = STDNSQueryResult{kT0 - 3 * kSec, 0, 40, 0};
-
-    Event req = Req("www.example.com", "/index.html", kT0, kT0 + 10 * kMs);
-    req.syn = kT0 - 50 * kMs;
-    req.contentType = "text/html";  // the daemon knows the transaction's type
-    const uint64_t id = Send(1, req);
-    RunTimer(0, 10);  // the response restarts the quiet count
-    EXPECT_EQ(Send(1, Rsp(200, kT0 + 100 * kMs, kT0 + 400 * kMs)), id);
-
-    RunTimer(0, 12);
-    EXPECT_TRUE(Reported().empty());
-    RunTimer(0);
-    ASSERT_EQ(Reported().size(), 1u);
-    const STPageKQI &kqi = Reported()[0];
-    // One request is too small to count; timed from the DNS query, which began shortly before the page.
-    EXPECT_EQ(Fields(kqi.uiPageID, kqi.usCauseCode, kqi.ucSuccFlag, kqi.ucPageFlag, kqi.uiDnsDelay, kqi.ullPageDelay),
-              Fields(id, 200, 1, 0, 40, 3 * kSec + 400 * kMs));
-
-    RunTimer(0, 20);
-    EXPECT_EQ(Fields(Reported().size(), GetFreeNodeNum(&Ctx(0)->stPageNodePool),
-                     GetFreeNodeNum(&Ctx(0)->stMatchStrMemPool)),
-              Fields(1, PAGE_NODE_NUM, MATCH_STR_NODE_NUM));
-}
-
 // A main page and nine sub-requests on other flows of the same host; the
 // page's verdict follows how many answers were good.
 TEST_F(ScenarioTest, PageVerdictFollowsItsAnswers)
@@ -108,20 +81,6 @@ TEST_F(ScenarioTest, ThirtyPagesExhaustThePoolUntilOneCloses)
     ASSERT_EQ(Reported().size(), 1u);
     EXPECT_EQ(Send(0, 31, request(31), &id), WEBPAGE_OK);
     EXPECT_EQ(id, 31u);
-}
-
-TEST_F(ScenarioTest, ThreadsKeepToTheirOwnPages)
-{
-    InitThreads({0, 1});
-    uint64_t id0 = 0, id1 = 0;
-    ASSERT_EQ(Send(0, 1, Req("www.example.com", "/", kT0), &id0), WEBPAGE_OK);
-    // The same host and time on thread 1 would join the page on thread 0.
-    ASSERT_EQ(Send(1, 2, Req("www.example.com", "/a.css", kT0 + 10 * kMs), &id1), WEBPAGE_OK);
-    EXPECT_EQ(Fields(id0, id1), Fields(1, 0x1000000000000001u));
-
-    RunTimer(1, 13);
-    ASSERT_EQ(Reported().size(), 1u);
-    EXPECT_EQ(Fields(Reported()[0].uiPageID, OpenPages(0)), Fields(id1, 1));
 }
 
 TEST_F(ScenarioTest, ReleasesCloseEverythingAndANewContextStartsAfresh)

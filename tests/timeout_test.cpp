@@ -46,13 +46,7 @@ protected:
     }
 };
 
-struct ResultCase {
-    const char *name;
-    PageShape shape;
-    uint8_t testSwitch, succ, counted;
-    uint16_t cause;
-    uint64_t delay;
-};
+struct ResultCase { const char *name; PageShape shape; uint8_t testSwitch, succ, counted; uint16_t cause; uint64_t delay; };
 
 TEST_F(PageResultTest, ExpiredPagesAreJudgedAndTimed)
 {

@@ -8,11 +8,7 @@
 
 namespace {
 
-struct KeyNode {
-    STTranNode hdr;
-    uint32_t key;
-    char name;
-};
+struct KeyNode { STTranNode hdr; uint32_t key; char name; };
 
 uint32_t KeyCompare(const void *data, const void *key)
 {

@@ -158,7 +158,9 @@ TEST_F(Cli, FilesThatAreNotTracesStopEarly)
 
 TEST_F(Cli, BadOptionsAreUsageErrors)
 {
-    for (const char *args : {"--nope", "--log loud", "--timeout -1", "--format xml", "--html"}) {
+    for (const char *args : {"--nope", "--log loud", "--timeout -1", "--format xml", "--html", "--jobs 17", "--mix 0.5",
+                             "--mix 2 x.har", "--mix-svg a.svg x.har", "--seed -1 x.har", "--tune t.json",
+                             "--folds 1 --tune t.json x.har"}) {
         const Outcome r = Exec(args);
         EXPECT_EQ(r.status, 2) << args;
         EXPECT_NE(r.err.find("orvane-replay: "), std::string::npos) << args;
@@ -242,7 +244,6 @@ TEST_F(Cli, ParallelRunEqualsSerialRun)
         EXPECT_EQ(parallel.out, serial.out) << form;
         EXPECT_EQ(parallel.err, serial.err) << form;
     }
-    EXPECT_EQ(Exec("--jobs 17").status, 2);
 }
 
 // A configuration file reaches the library as a daemon's writes would.
@@ -304,11 +305,6 @@ TEST_F(Cli, MixesOfRecordings)
     ASSERT_EQ(tune.status, 0) << tune.err;
     EXPECT_NE(tune.out.find("held out, tuned"), std::string::npos) << tune.out;
     EXPECT_EQ(Exec("--config '" + tuned.string() + "'" + twice).status, 0);
-
-    for (const char *bad : {"--mix 0.5", "--mix 2 x.har", "--mix-svg a.svg x.har", "--seed -1 x.har", "--tune t.json",
-                            "--folds 1 --tune t.json x.har"}) {
-        EXPECT_EQ(Exec(bad).status, 2) << bad;
-    }
 }
 
 TEST_F(Cli, RealRecordingsEvaluate)

@@ -60,10 +60,7 @@ TEST(HarReader, EntryBecomesRequestAndResponseEvents)
 
 TEST(HarReader, MethodCodesAndKeptSlash)
 {
-    const struct {
-        const char *method;
-        uint32_t code;
-    } rows[] = {{"GET", kMethodGet}, {"POST", kMethodPost}, {"PUT", kMethodOther}, {"OPTIONS", kMethodOther}};
+    const struct { const char *method; uint32_t code; } rows[] = {{"GET", kMethodGet}, {"POST", kMethodPost}, {"PUT", kMethodOther}, {"OPTIONS", kMethodOther}};
     for (const auto &row : rows) {
         json e = Entry("http://a.example/p");
         e["request"]["method"] = row.method;

@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "../browsing_stream.hpp"
 #include "../test_util.hpp"
 #include "jsonl_reader.hpp"
 #include "report.hpp"
@@ -144,51 +143,31 @@ TEST(HtmlReport, OtherPhaseNamesAndResponsesOnAnotherPage)
     EXPECT_NE(moved.find("response joined page 2"), std::string::npos) << moved;
 }
 
-// A long trace of generated browsing, kept in memory as --html keeps it.
+// A long trace kept in memory as --html keeps it: pages of 60 transactions on
+// six flows of a host of their own, 30 s apart.
 SessionReport LongSession(size_t events)
 {
     SessionReport s;
     s.trace = std::make_unique<Trace>();
-    Trace &trace = *s.trace;
-    trace.file = "long";
-    trace.format = "jsonl";
-    trace.events.reserve(events);
+    s.trace->file = "long";
+    s.trace->format = "jsonl";
     TransactionBook book;
-    orvane_stream::BrowsingStream stream(7);
-    std::vector<int> generation(orvane_stream::BrowsingStream::kFlows, 0);
-    auto text = [](const unsigned char *p, uint16_t n) {
-        return p == nullptr ? std::string() : std::string(reinterpret_cast<const char *>(p), n);
-    };
-    while (trace.events.size() < events) {
-        const orvane_stream::Step step = stream.Next();
-        if (step.timer) {
-            continue;  // the replay runs its own timer
-        }
-        generation[static_cast<size_t>(step.flow)] += step.newFlow ? 1 : 0;
-        const STWebPageEvent &raw = step.ev;
-        TraceEvent ev;
-        ev.kind = raw.usEventID == WEBPAGE_EVENT_REQUEST ? EventKind::kRequest : EventKind::kResponse;
-        ev.flow = std::to_string(step.flow) + "." + std::to_string(generation[static_cast<size_t>(step.flow)]);
-        ev.host = text(raw.pucHost, raw.usHostLen);
-        ev.uri = text(raw.pucURL, raw.usURLLen);
-        ev.referHost = text(raw.pucReferHost, raw.usReferHostLen);
-        ev.referPath = text(raw.pucReferURL, raw.usReferURLLen);
-        ev.location = text(raw.pucLocation, raw.usLocationLen);
-        ev.contentType = text(raw.pucContentType, raw.usContentTypeLen);
-        ev.method = raw.ucReqMethod;
-        ev.methodName = raw.ucReqMethod == kMethodPost ? "POST" : "GET";
-        ev.status = raw.usRspCode;
-        ev.begin = raw.ullMsgBeginTime;
-        ev.end = raw.ullMsgEndTime;
-        ev.syn = raw.ullFirTime;
-        ev.clientPort = raw.usClientPort;
-        ev.serverPort = raw.usServerPort;
-        ev.clientIp = raw.uiClientIp;
-        ev.serverIp = raw.uiServerIp;
-        ev.origin = "event " + std::to_string(trace.events.size());
-        book.Add(&trace, std::move(ev), "");
+    for (size_t i = 0; s.trace->events.size() < events; ++i) {
+        TraceEvent req, rsp;
+        req.flow = rsp.flow = std::to_string(i % 6) + "." + std::to_string(i / 60);
+        req.host = "h" + std::to_string(i / 60) + ".example";
+        req.uri = "r" + std::to_string(i % 60);
+        req.contentType = i % 60 == 0 ? "text/html" : "image/png";
+        req.method = kMethodGet;
+        req.methodName = "GET";
+        req.status = rsp.status = 200;
+        req.begin = req.end = 1000 * kNsPerSec + i / 60 * 30 * kNsPerSec + i % 60 * 40 * kNsPerMs;
+        rsp.kind = EventKind::kResponse;
+        rsp.begin = rsp.end = req.begin + 20 * kNsPerMs;
+        book.Add(s.trace.get(), std::move(req), "");
+        book.Add(s.trace.get(), std::move(rsp), "");
     }
-    s.result = Replay(trace, ReplayOptions{});
+    s.result = Replay(*s.trace, ReplayOptions{});
     return s;
 }
 

@@ -83,10 +83,8 @@ TEST(JsonlContract, EachBrokenRuleIsToldOnceAtItsFirstBreach)
 {
     const std::string req = R"({"ev":"req","flow":"f","begin":1,"method":"GET","host":"a.example")";
     const std::string rsp = R"({"ev":"rsp","flow":"f","begin":2,"status":302,"location":"http://b.example/x","ctype":"text/html"})";
-    const struct {
-        std::string trace;
-        std::vector<std::string> told;  // where and the start of what, in order
-    } rows[] = {
+    // What is told: where and the start of what, in order.
+    const struct { std::string trace; std::vector<std::string> told; } rows[] = {
         {req + R"(,"uri":"x","refer_path":"","status":302,"location":"http://b.example/x","ctype":"text/html"})" + "\n" + rsp,
          {}},
         {req + R"(,"uri":"/x"})" + "\n" + req + R"(,"uri":"/y"})", {"line 1: \"uri\" starts with '/'"}},

@@ -68,12 +68,8 @@ TEST(Stream, SameResultsAsTheWholeTrace)
 
 TEST(Stream, ReorderWindow)
 {
-    const struct {
-        const char *name;
-        std::vector<int> ms;  // begin of each line
-        const char *fed;      // lines in the order fed
-        size_t late;
-    } rows[] = {
+    // The begin of each line, and the lines in the order fed.
+    const struct { const char *name; std::vector<int> ms; const char *fed; size_t late; } rows[] = {
         {"in order", {0, 100, 200}, "1 2 3", 0},
         {"shuffled within the window", {5000, 1000, 3000}, "2 3 1", 0},
         {"older line while the first is still held", {0, 9900, -500}, "3 1 2", 0},
