@@ -227,19 +227,19 @@ STTranNode *FirstMainCandidate(const STWebPage *pstCtx, const STEventInfo *pstIn
     const uint32_t uiURLKey = pstInfo->uiURLHashKey;
     const orvane::LocationProbe stLocation(&stCompare);
     const RefererProbe stReferer(&stCompare);
+    // The saved key first: most pages fail there (none of these tests
+    // writes anything, so their order is free).
     return orvane::WalkList(&pstCtx->stPageNodeList, [&](STTranNode *pstNode) {
                const STPageNode *pstPage = PageOf(pstNode);
-               if (!IsSuccessfulWebPage(pstPage)) {
-                   return false;
-               }
                switch (CompareType) {
                    case COMPARE_URL_WITH_MAIN_REQ_LOCATION:
-                       return pstPage->uiLocationKey != 0 && LocationMayMatch(pstPage, uiURLKey, stLocation) &&
-                              stWindow.FitsPage(*pstPage);
+                       return pstPage->uiLocationKey != 0 && IsSuccessfulWebPage(pstPage) &&
+                              LocationMayMatch(pstPage, uiURLKey, stLocation) && stWindow.FitsPage(*pstPage);
                    case COMPARE_REFERER_WITH_MAIN_REQ_URL:
-                       return pstPage->uiURLKey != 0 && stReferer.MayMatch(pstPage) && stWindow.FitsPage(*pstPage);
+                       return pstPage->uiURLKey != 0 && stReferer.MayMatch(pstPage) && IsSuccessfulWebPage(pstPage) &&
+                              stWindow.FitsPage(*pstPage);
                    default:
-                       return PageTextsFit(pstPage) && pstPage->uiHostKey == uiHostKey;
+                       return pstPage->uiHostKey == uiHostKey && IsSuccessfulWebPage(pstPage) && PageTextsFit(pstPage);
                }
            });
 }
