@@ -192,7 +192,11 @@ STTranNode *WalkMainPages(STTranManage *pstList, STEventInfo *pstInfo, STCompare
         }
         if (CompareType == COMPARE_HOST_WITH_MAIN_REQ_HOST) {
             // The host rule updates the page itself and, on a failed update,
-            // lets older pages try.
+            // lets older pages try. A page of another host it leaves without
+            // a word.
+            if (pstPage->uiHostKey != pstCompare->uiHostKey) {
+                return false;
+            }
             *pullHostPageID = SpecialProcHostWithMainReqHost(pstPage, pstInfo, pstCompare, CompareType);
             return *pullHostPageID != 0;
         }
