@@ -174,13 +174,25 @@ bool SubCompareFindsNothing(const STPageNode *pstPage, const STEventInfo *pstInf
     }
 }
 
-uint64_t CompareWithLatestPage(STEventInfo *pstInfo, uint32_t enCompareType)
+// With TRACE off and a sound record, finding the latest page logs nothing
+// and the rule's screen settles most events, so both run inline here.
+template <uint32_t CompareType>
+uint64_t CompareWithLatestPage(STEventInfo *pstInfo)
 {
     if (pstInfo == nullptr) {
         return 0;
     }
+    if (g_enSDKLogLevel > LOG_LEVEL_TRACE && orvane::IsValidThread(pstInfo->ucThreadID)) {
+        STWebPage *pstCtx = ContextOf(pstInfo->ucThreadID);
+        STPageNode *pstPage =
+            (pstCtx == nullptr || pstCtx->stPageNodeList.uiNodeNum == 0) ? nullptr : LatestWebPage(pstCtx);
+        if (pstPage == nullptr || SubCompareFindsNothingFor<CompareType>(pstPage, pstInfo)) {
+            return 0;
+        }
+        return CompareSubReqCommon(pstPage, pstInfo, CompareType);
+    }
     STPageNode *pstPage = GetLatelyAssociatePageNode(pstInfo);
-    return pstPage == nullptr ? 0 : CompareSubReqCommon(pstPage, pstInfo, enCompareType);
+    return pstPage == nullptr ? 0 : CompareSubReqCommon(pstPage, pstInfo, CompareType);
 }
 
 }  // namespace
@@ -445,17 +457,17 @@ uint64_t CompareSubReqCommon(STPageNode *pstPage, STEventInfo *pstInfo, uint32_t
 
 uint64_t CompareUrlWithSubReqLocation(STEventInfo *pstInfo)
 {
-    return CompareWithLatestPage(pstInfo, COMPARE_URL_WITH_SUB_REQ_LOCATION);
+    return CompareWithLatestPage<COMPARE_URL_WITH_SUB_REQ_LOCATION>(pstInfo);
 }
 
 uint64_t CompareRefererWithSubReqUrl(STEventInfo *pstInfo)
 {
-    return CompareWithLatestPage(pstInfo, COMPARE_REFERER_WITH_SUB_REQ_URL);
+    return CompareWithLatestPage<COMPARE_REFERER_WITH_SUB_REQ_URL>(pstInfo);
 }
 
 uint64_t CompareHostWithSubReqHost(STEventInfo *pstInfo)
 {
-    return CompareWithLatestPage(pstInfo, COMPARE_HOST_WITH_SUB_REQ_HOST);
+    return CompareWithLatestPage<COMPARE_HOST_WITH_SUB_REQ_HOST>(pstInfo);
 }
 
 }  // extern "C"
