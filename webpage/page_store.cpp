@@ -56,7 +56,7 @@ void ApplyFirstCause(STPageNode *pstPage, const STEventInfo *pstInfo, const char
         SetPageFlag(pstPage, PAGE_FLAG_MAIN_REQ);
         pstPage->usMainCauseCode = usCause;
     }
-    if (IsRsponseOK(usCause) != 0) {
+    if (orvane::ResponseOk(usCause)) {
         LOG_TRACE_IF(kLog, pcFunc, ucTid, "The rsponse is OK.");
         SetPageFlag(pstPage, PAGE_FLAG_SUCCESS);
     } else {

@@ -9,17 +9,8 @@ namespace {
 using orvane::ClearPageFlag;
 using orvane::HasFlag;
 using orvane::Llu;
+using orvane::ResponseOk;
 using orvane::SetPageFlag;
-
-constexpr uint16_t kSuccessFirst = 200;
-constexpr uint16_t kSuccessLast = 399;
-
-// IsRsponseOK, inline for the counters below.
-inline bool ResponseOk(uint16_t usCauseCode)
-{
-    return (usCauseCode >= kSuccessFirst && usCauseCode <= kSuccessLast) ||
-           (g_ausCauseCode407[0] != 0 && g_ausCauseCode407[0] == usCauseCode);
-}
 
 // Method counting shared by UpdatePageNode and UpdateMethodInfo; anything but
 // GET or POST (responses carry no method) counts nothing.
@@ -162,7 +153,7 @@ void SetMainRequest(STPageNode *pstPage, STEventInfo *pstInfo)
             LOG_TRACE_IF(kLog, pcFunc, ucTid, "Set main req flag.");
             SetPageFlag(pstPage, PAGE_FLAG_MAIN_REQ);
             pstPage->usMainCauseCode = usCause;
-            if (IsRsponseOK(usCause) != 0) {
+            if (ResponseOk(usCause)) {
                 LOG_TRACE_IF(kLog, pcFunc, ucTid, "Set page success.");
                 SetPageFlag(pstPage, PAGE_FLAG_SUCCESS);
             } else {

@@ -88,7 +88,7 @@ uint32_t EvaluateWindow(uint32_t enCompareType, uint64_t ullBegin, uint64_t ullE
     }
     // Only the end falls in the window: a transaction that began before the
     // page's last request belongs to it only if it was answered well.
-    return IsRsponseOK(usEventCauseCode) != 0 ? kInside : COMPARE_OUTSIDE;
+    return orvane::ResponseOk(usEventCauseCode) ? kInside : COMPARE_OUTSIDE;
 }
 
 constexpr const char kAllPageFunc[] = "CompareMsgTimeWithAllPageNode";

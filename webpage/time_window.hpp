@@ -9,6 +9,7 @@
 #include <cstdint>
 
 #include "webpage_internal.h"
+#include "webpage_util.hpp"
 
 namespace orvane {
 
@@ -99,7 +100,7 @@ public:
         : m_stRule(stRule),
           m_us407(g_ausCauseCode407[0]),
           // Only the time-only rules look at the event's status.
-          m_bStatusOk(m_stRule.enKind == WindowKind::kStatusAware && IsRsponseOK(usEventCauseCode) != 0),
+          m_bStatusOk(m_stRule.enKind == WindowKind::kStatusAware && ResponseOk(usEventCauseCode)),
           m_puiThresholdRow(&g_auiTimeThreshold[m_stRule.ucRow * kNetworkColumnNum]),
           m_ullFallback(kRowFallbackNs[m_stRule.ucRow]),
           m_ullBegin(ullBegin),

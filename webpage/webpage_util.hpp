@@ -67,6 +67,16 @@ inline STTranManage *PageListOf(STWebPage *pstCtx, uint8_t ucListType)
 inline STPageNode *PageOf(STTranNode *pstNode) { return NodeData<STPageNode>(pstNode); }
 inline STMatchStrNode *MatchStrOf(STTranNode *pstNode) { return NodeData<STMatchStrNode>(pstNode); }
 
+// IsRsponseOK inline: a success or redirect status, or the configured
+// proxy-authentication code (read live: the daemon may rewrite it).
+inline bool ResponseOk(uint16_t usCauseCode)
+{
+    constexpr uint16_t kSuccessFirst = 200;
+    constexpr uint16_t kSuccessLast = 399;
+    return (usCauseCode >= kSuccessFirst && usCauseCode <= kSuccessLast) ||
+           (g_ausCauseCode407[0] != 0 && g_ausCauseCode407[0] == usCauseCode);
+}
+
 inline bool HasFlag(const STPageNode *pstPage, uint16_t usFlag) { return (pstPage->usPageFlag & usFlag) != 0; }
 inline void SetPageFlag(STPageNode *pstPage, uint16_t usFlag)
 {
