@@ -110,10 +110,11 @@ __attribute__((always_inline)) inline bool SubCompareFindsNothingFor(const STPag
                                                                      const STEventInfo *pstInfo)
 {
     const SubRule &stRule = kSubRules[CompareType - COMPARE_URL_WITH_SUB_REQ_LOCATION];
-    if (pstInfo->usHostLen == 0 && pstInfo->usURLLen == 0 && pstInfo->usRefererUrlLen == 0) {
+    // An empty list first: it is the common case.
+    if ((pstPage->*(stRule.pstList)).uiNodeNum == 0) {
         return true;
     }
-    if ((pstPage->*(stRule.pstList)).uiNodeNum == 0) {
+    if (pstInfo->usHostLen == 0 && pstInfo->usURLLen == 0 && pstInfo->usRefererUrlLen == 0) {
         return true;
     }
     // The referer rule takes a string by its key alone: a list without the
