@@ -223,29 +223,37 @@ STTranNode *WalkMainPages(STTranManage *pstList, STEventInfo *pstInfo, STCompare
 template <uint32_t CompareType>
 STTranNode *FirstMainCandidate(const STWebPage *pstCtx, const STEventInfo *pstInfo)
 {
-    STCompareInfo stCompare;
-    orvane::FillCompareFields(pstInfo, &stCompare);
-    const orvane::FixedWindow<CompareType> stWindow(pstInfo->ullReqBeginTime, pstInfo->ullReqEndTime,
-                                                    pstInfo->usCauseCode);
-    const uint32_t uiHostKey = pstInfo->uiHostHashKey;
-    const uint32_t uiURLKey = pstInfo->uiURLHashKey;
-    const orvane::LocationProbe stLocation(&stCompare);
-    const RefererProbe stReferer(&stCompare);
     // The saved key first: most pages fail there (none of these tests
     // writes anything, so their order is free).
-    return orvane::WalkList(&pstCtx->stPageNodeList, [&](STTranNode *pstNode) {
-               const STPageNode *pstPage = PageOf(pstNode);
-               switch (CompareType) {
-                   case COMPARE_URL_WITH_MAIN_REQ_LOCATION:
-                       return pstPage->uiLocationKey != 0 && IsSuccessfulWebPage(pstPage) &&
-                              LocationMayMatch(pstPage, uiURLKey, stLocation) && stWindow.FitsPage(*pstPage);
-                   case COMPARE_REFERER_WITH_MAIN_REQ_URL:
-                       return pstPage->uiURLKey != 0 && stReferer.MayMatch(pstPage) && IsSuccessfulWebPage(pstPage) &&
-                              stWindow.FitsPage(*pstPage);
-                   default:
-                       return pstPage->uiHostKey == uiHostKey && IsSuccessfulWebPage(pstPage) && PageTextsFit(pstPage);
-               }
-           });
+    const STTranManage *pstList = &pstCtx->stPageNodeList;
+    if constexpr (CompareType == COMPARE_HOST_WITH_MAIN_REQ_HOST) {
+        const uint32_t uiHostKey = pstInfo->uiHostHashKey;
+        return orvane::WalkList(pstList, [&](STTranNode *pstNode) {
+            const STPageNode *pstPage = PageOf(pstNode);
+            return pstPage->uiHostKey == uiHostKey && IsSuccessfulWebPage(pstPage) && PageTextsFit(pstPage);
+        });
+    } else {
+        STCompareInfo stCompare;
+        orvane::FillCompareFields(pstInfo, &stCompare);
+        const orvane::FixedWindow<CompareType> stWindow(pstInfo->ullReqBeginTime, pstInfo->ullReqEndTime,
+                                                        pstInfo->usCauseCode);
+        if constexpr (CompareType == COMPARE_URL_WITH_MAIN_REQ_LOCATION) {
+            const uint32_t uiURLKey = pstInfo->uiURLHashKey;
+            const orvane::LocationProbe stLocation(&stCompare);
+            return orvane::WalkList(pstList, [&](STTranNode *pstNode) {
+                const STPageNode *pstPage = PageOf(pstNode);
+                return pstPage->uiLocationKey != 0 && IsSuccessfulWebPage(pstPage) &&
+                       LocationMayMatch(pstPage, uiURLKey, stLocation) && stWindow.FitsPage(*pstPage);
+            });
+        } else {
+            const RefererProbe stReferer(&stCompare);
+            return orvane::WalkList(pstList, [&](STTranNode *pstNode) {
+                const STPageNode *pstPage = PageOf(pstNode);
+                return pstPage->uiURLKey != 0 && stReferer.MayMatch(pstPage) && IsSuccessfulWebPage(pstPage) &&
+                       stWindow.FitsPage(*pstPage);
+            });
+        }
+    }
 }
 
 enum class MainScreen : uint8_t {
