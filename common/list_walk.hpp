@@ -32,12 +32,12 @@ inline STTranNode *WalkList(const STTranManage *pstList, uint32_t uiLimit, Visit
     }
     STTranNode *const pstHead = pstList->pstHead;
     STTranNode *pstNode = pstHead;
-    for (uint32_t uiLeft = uiLimit; uiLeft != 0; --uiLeft) {
+    for (uint32_t uiLeft = uiLimit; uiLeft != 0 && pstNode != nullptr; --uiLeft) {
         STTranNode *pstNext = pstNode->pstNext;
         if (visit(pstNode)) {
             return pstNode;
         }
-        if (pstNext == pstHead || pstNext == nullptr) {
+        if (pstNext == pstHead) {
             break;
         }
         pstNode = pstNext;
