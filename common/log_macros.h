@@ -97,24 +97,15 @@ inline bool LogOff() { return g_enSDKLogLevel > LOG_LEVEL_ERROR; }
 
 // Log sites of such twice-built code: `on` is the instantiation's constant,
 // false where the level was found off.
-#define LOG_TRACE_IF(on, func, tid, ...)                 \
-    do {                                                 \
-        if (on) {                                        \
-            LOG_TRACE_AS(func, tid, __VA_ARGS__);        \
-        }                                                \
+#define ORVANE_LOG_IF(on, level, func, tid, ...)                                         \
+    do {                                                                                  \
+        if (on) {                                                                         \
+            ORVANE_LOG_AT_AS((level), func, tid, __VA_ARGS__);                            \
+        }                                                                                 \
     } while (0)
-#define LOG_INFO_IF(on, func, tid, ...)                  \
-    do {                                                 \
-        if (on) {                                        \
-            LOG_INFO_AS(func, tid, __VA_ARGS__);         \
-        }                                                \
-    } while (0)
-#define LOG_ERROR_IF(on, func, tid, ...)                 \
-    do {                                                 \
-        if (on) {                                        \
-            LOG_ERROR_AS(func, tid, __VA_ARGS__);        \
-        }                                                \
-    } while (0)
+#define LOG_TRACE_IF(on, func, tid, ...) ORVANE_LOG_IF(on, LOG_LEVEL_TRACE, func, tid, __VA_ARGS__)
+#define LOG_INFO_IF(on, func, tid, ...) ORVANE_LOG_IF(on, LOG_LEVEL_INFO, func, tid, __VA_ARGS__)
+#define LOG_ERROR_IF(on, func, tid, ...) ORVANE_LOG_IF(on, LOG_LEVEL_ERROR, func, tid, __VA_ARGS__)
 
 // Bounded copies, as the exported SF_*_Ex wrappers make them (log.cpp):
 // the count cut at the destination's size, nothing done without both ends.
