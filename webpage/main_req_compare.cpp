@@ -131,7 +131,7 @@ uint64_t TakeMainMatch(STPageNode *pstPage, STEventInfo *pstInfo, uint32_t enCom
     return ullPageID;
 }
 
-// Necessary conditions of the main text rules (see UrlMayBeLocation): when
+// Necessary conditions of the main text rules (see LocationProbe): when
 // one fails, CompareMainReqStrWithDiffType finds the page different. The
 // event's side is read once per walk.
 __attribute__((always_inline)) inline bool LocationMayMatch(const STPageNode *pstPage, uint32_t uiURLKey,
@@ -140,6 +140,9 @@ __attribute__((always_inline)) inline bool LocationMayMatch(const STPageNode *ps
     return pstPage->uiLocationKey == uiURLKey || stProbe.MayBe(pstPage->acLocation, pstPage->usLocationLen);
 }
 
+// Whether the event's referer may equal a page's URL, from the key and
+// first bytes: false only where RefererIsUrl is false. The event's side is
+// read once per walk.
 class RefererProbe {
 public:
     explicit RefererProbe(const STCompareInfo *pstCompare)

@@ -376,8 +376,8 @@ uint64_t CompareRefererWithAllReqReferer(STEventInfo *pstInfo)
             return false;
         }
         // Without its referer-key branch, CompareRefererWithReferer gives
-        // the sub compare's result, which the screen may settle here.
-        // (SubCompareFindsNothing, inline: the record and thread were checked above.)
+        // the sub compare's result, which the screen may settle here (inline:
+        // the record and its thread were checked above).
         const bool bSameKey = pstPage->uiRefererKey != 0 && pstPage->uiRefererKey == pstInfo->uiRefererHashKey;
         ullPageID = !bSameKey && g_enSDKLogLevel > LOG_LEVEL_TRACE &&
                             SubCompareFindsNothingFor<COMPARE_REFERER_WITH_REFERER>(pstPage, pstInfo)
