@@ -221,7 +221,7 @@ TEST_F(PreparedWindowTest, AgreesWithCompareMsgTimeOverAGrid)
         g_auiTimeThreshold[5] = config == 1 ? 0 : 7000;  // host row, network 1: fallback or longer
         for (uint32_t type = 0; type <= COMPARE_TRANS_WITH_PAGE_ALT + 1; ++type) {
             for (uint64_t b : times) {
-                for (uint64_t e : {uint64_t{0}, b + kSec, b}) {
+                for (uint64_t e : {uint64_t{0}, b + kSec, b, b - 3 * kSec}) {
                     const orvane::TimeWindow window(type, b, e, causes[(b / kSec) % 4]);
                     for (uint64_t x : times) {
                         for (uint64_t y : {uint64_t{0}, x, x + 4 * kSec, t0}) {
@@ -232,9 +232,15 @@ TEST_F(PreparedWindowTest, AgreesWithCompareMsgTimeOverAGrid)
                                     const bool inside = CompareMsgTime(first, b, e, x, y, type, net, cause,
                                                                        eventCause) == 0;
                                     ASSERT_EQ(FixedFitsPage(type, b, e, eventCause, first, x, y, net, cause), inside);
-                                    ASSERT_EQ(window.FitsPage(first, x, y, window.LengthFor(net, cause)), inside)
+                                    const uint64_t length = window.LengthFor(net, cause);
+                                    ASSERT_EQ(window.FitsPage(first, x, y, length), inside)
                                         << "type " << type << " begin " << b << " end " << e << " X " << x
                                         << " Y " << y << " net " << net << " cause " << cause;
+                                    // The long-past screen only ever refuses.
+                                    ASSERT_FALSE(inside && orvane::LongPast(x, y, orvane::EarliestEventTime(b, e),
+                                                                            length))
+                                        << "type " << type << " begin " << b << " end " << e << " X " << x
+                                        << " Y " << y;
                                 }
                             }
                         }

@@ -110,19 +110,20 @@ struct TimeOnlyWindows {
 
 // Whether the page's window takes the event: a web page by the transaction
 // window, any other by the application window. Most pages are outside, so
-// the walk tests this inline and calls out only for a page that fits.
+// the walk tests this inline and calls out only for a page that fits; a
+// page long past its window is passed over on its two times.
 __attribute__((always_inline)) inline bool FitsByTime(const STPageNode *pstPage, uint64_t ullBegin,
-                                                      const TimeOnlyWindows &stWindows)
+                                                      uint64_t ullEarliest, const TimeOnlyWindows &stWindows)
 {
-    if (!orvane::MayJoinByTime(pstPage, ullBegin)) {
+    const bool bWeb = orvane::HasFlag(pstPage, PAGE_FLAG_WEBTYPE);
+    const uint64_t ullLength = bWeb ? stWindows.stWebPage.LengthFor(pstPage->enNetworkType, 0)
+                                    : stWindows.stOtherPage.LengthFor(pstPage->enNetworkType, 0);
+    if (orvane::LongPast(pstPage->ullPageLastReq, pstPage->ullPageLastRsp, ullEarliest, ullLength) ||
+        !orvane::MayJoinByTime(pstPage, ullBegin)) {
         return false;
     }
-    if (orvane::HasFlag(pstPage, PAGE_FLAG_WEBTYPE)) {
-        const auto &stWeb = stWindows.stWebPage;
-        return stWeb.Fits(pstPage->ullPageLastReq, pstPage->ullPageLastRsp, stWeb.LengthFor(pstPage->enNetworkType, 0));
-    }
-    const auto &stOther = stWindows.stOtherPage;
-    return stOther.Fits(pstPage->ullPageLastReq, pstPage->ullPageLastRsp, stOther.LengthFor(pstPage->enNetworkType, 0));
+    return bWeb ? stWindows.stWebPage.Fits(pstPage->ullPageLastReq, pstPage->ullPageLastRsp, ullLength)
+                : stWindows.stOtherPage.Fits(pstPage->ullPageLastReq, pstPage->ullPageLastRsp, ullLength);
 }
 
 // A page that FitsByTime: the ID that took the event, or 0 to go on.
@@ -284,10 +285,11 @@ uint64_t CompareMsgTimeWithAllPageNode(STEventInfo *pstInfo)
         orvane::FixedWindow<COMPARE_APP_CORRELATION>(ullBegin, ullEnd, usCause),
         orvane::TimeWindow(COMPARE_TRANS_WITH_PAGE, ullBegin, ullEnd, usCause),
     };
+    const uint64_t ullEarliest = orvane::EarliestEventTime(ullBegin, ullEnd);
     uint64_t ullPageID = 0;
     orvane::WalkList(&pstContext->stPageNodeList, [&](STTranNode *pstNode) {
         STPageNode *pstPage = orvane::PageOf(pstNode);
-        if (!FitsByTime(pstPage, pstInfo->ullReqBeginTime, stWindows)) {
+        if (!FitsByTime(pstPage, pstInfo->ullReqBeginTime, ullEarliest, stWindows)) {
             return false;
         }
         ullPageID = MatchPageByTime(pstPage, pstInfo, stWindows);

@@ -210,6 +210,24 @@ public:
     }
 };
 
+// True when a window of ullLength after references X and Y cannot take an
+// event whose earlier time (begin, or end when that is known and earlier)
+// is ullEarliest: it comes after both references by more than the window.
+// Then the event neither began before a reference nor has a time within the
+// window after one (an unknown end is never within one), so Fits is false.
+__attribute__((always_inline)) inline bool LongPast(uint64_t ullRefBegin, uint64_t ullRefEnd, uint64_t ullEarliest,
+                                                    uint64_t ullLength)
+{
+    const uint64_t ullLatestRef = ullRefBegin > ullRefEnd ? ullRefBegin : ullRefEnd;
+    return ullEarliest > ullLatestRef && ullEarliest - ullLatestRef > ullLength;
+}
+
+// The earlier of an event's times for LongPast.
+inline uint64_t EarliestEventTime(uint64_t ullBegin, uint64_t ullEnd)
+{
+    return (ullEnd == 0 || ullBegin < ullEnd) ? ullBegin : ullEnd;
+}
+
 }  // namespace orvane
 
 #endif
