@@ -12,7 +12,10 @@
 namespace {
 
 using orvane::ContextOf;
+using orvane::FillCompareFields;
+using orvane::FixedWindow;
 using orvane::IsSuccessfulWebPage;
+using orvane::LocationProbe;
 using orvane::PageOf;
 using orvane::Smaller;
 
@@ -135,7 +138,7 @@ uint64_t TakeMainMatch(STPageNode *pstPage, STEventInfo *pstInfo, uint32_t enCom
 // one fails, CompareMainReqStrWithDiffType finds the page different. The
 // event's side is read once per walk.
 __attribute__((always_inline)) inline bool LocationMayMatch(const STPageNode *pstPage, uint32_t uiURLKey,
-                                                            const orvane::LocationProbe &stProbe)
+                                                            const LocationProbe &stProbe)
 {
     return pstPage->uiLocationKey == uiURLKey || stProbe.MayBe(pstPage->acLocation, pstPage->usLocationLen);
 }
@@ -221,98 +224,170 @@ STTranNode *WalkMainPages(STTranManage *pstList, STEventInfo *pstInfo, STCompare
     });
 }
 
+// A main compare's candidate pages: those past its walk's tests short of the
+// text equivalence (saved key first: most pages fail there, and none of
+// these tests writes anything, so their order is free).
+template <uint32_t CompareType>
+class MainPageScreen;
+
+template <>
+class MainPageScreen<COMPARE_URL_WITH_MAIN_REQ_LOCATION> {
+public:
+    explicit MainPageScreen(const STEventInfo *pstInfo)
+        : m_stWindow(pstInfo->ullReqBeginTime, pstInfo->ullReqEndTime, pstInfo->usCauseCode),
+          m_stLocation(ProbeFor(pstInfo)),
+          m_uiURLKey(pstInfo->uiURLHashKey)
+    {
+    }
+
+    __attribute__((always_inline)) bool Takes(const STPageNode *pstPage) const
+    {
+        return pstPage->uiLocationKey != 0 && IsSuccessfulWebPage(pstPage) &&
+               LocationMayMatch(pstPage, m_uiURLKey, m_stLocation) && m_stWindow.FitsPage(*pstPage);
+    }
+
+private:
+    static LocationProbe ProbeFor(const STEventInfo *pstInfo)
+    {
+        STCompareInfo stCompare;
+        FillCompareFields(pstInfo, &stCompare);
+        return LocationProbe(&stCompare);
+    }
+
+    FixedWindow<COMPARE_URL_WITH_MAIN_REQ_LOCATION> m_stWindow;
+    LocationProbe m_stLocation;
+    uint32_t m_uiURLKey;
+};
+
+template <>
+class MainPageScreen<COMPARE_REFERER_WITH_MAIN_REQ_URL> {
+public:
+    explicit MainPageScreen(const STEventInfo *pstInfo)
+        : m_stWindow(pstInfo->ullReqBeginTime, pstInfo->ullReqEndTime, pstInfo->usCauseCode),
+          m_stReferer(ProbeFor(pstInfo))
+    {
+    }
+
+    __attribute__((always_inline)) bool Takes(const STPageNode *pstPage) const
+    {
+        return pstPage->uiURLKey != 0 && m_stReferer.MayMatch(pstPage) && IsSuccessfulWebPage(pstPage) &&
+               m_stWindow.FitsPage(*pstPage);
+    }
+
+private:
+    static RefererProbe ProbeFor(const STEventInfo *pstInfo)
+    {
+        STCompareInfo stCompare;
+        FillCompareFields(pstInfo, &stCompare);
+        return RefererProbe(&stCompare);
+    }
+
+    FixedWindow<COMPARE_REFERER_WITH_MAIN_REQ_URL> m_stWindow;
+    RefererProbe m_stReferer;
+};
+
+template <>
+class MainPageScreen<COMPARE_HOST_WITH_MAIN_REQ_HOST> {
+public:
+    explicit MainPageScreen(const STEventInfo *pstInfo) : m_uiHostKey(pstInfo->uiHostHashKey) {}
+
+    __attribute__((always_inline)) bool Takes(const STPageNode *pstPage) const
+    {
+        return pstPage->uiHostKey == m_uiHostKey && IsSuccessfulWebPage(pstPage) && PageTextsFit(pstPage);
+    }
+
+private:
+    uint32_t m_uiHostKey;
+};
+
 // The pages a main compare could take the event from, by the walk's own
 // tests short of the text equivalence: none, and the walk finds nothing.
 template <uint32_t CompareType>
 STTranNode *FirstMainCandidate(const STWebPage *pstCtx, const STEventInfo *pstInfo)
 {
-    // The saved key first: most pages fail there (none of these tests
-    // writes anything, so their order is free).
-    const STTranManage *pstList = &pstCtx->stPageNodeList;
-    if constexpr (CompareType == COMPARE_HOST_WITH_MAIN_REQ_HOST) {
-        const uint32_t uiHostKey = pstInfo->uiHostHashKey;
-        return orvane::WalkList(pstList, [&](STTranNode *pstNode) {
-            const STPageNode *pstPage = PageOf(pstNode);
-            return pstPage->uiHostKey == uiHostKey && IsSuccessfulWebPage(pstPage) && PageTextsFit(pstPage);
-        });
-    } else {
-        STCompareInfo stCompare;
-        orvane::FillCompareFields(pstInfo, &stCompare);
-        const orvane::FixedWindow<CompareType> stWindow(pstInfo->ullReqBeginTime, pstInfo->ullReqEndTime,
-                                                        pstInfo->usCauseCode);
-        if constexpr (CompareType == COMPARE_URL_WITH_MAIN_REQ_LOCATION) {
-            const uint32_t uiURLKey = pstInfo->uiURLHashKey;
-            const orvane::LocationProbe stLocation(&stCompare);
-            return orvane::WalkList(pstList, [&](STTranNode *pstNode) {
-                const STPageNode *pstPage = PageOf(pstNode);
-                return pstPage->uiLocationKey != 0 && IsSuccessfulWebPage(pstPage) &&
-                       LocationMayMatch(pstPage, uiURLKey, stLocation) && stWindow.FitsPage(*pstPage);
-            });
-        } else {
-            const RefererProbe stReferer(&stCompare);
-            return orvane::WalkList(pstList, [&](STTranNode *pstNode) {
-                const STPageNode *pstPage = PageOf(pstNode);
-                return pstPage->uiURLKey != 0 && stReferer.MayMatch(pstPage) && IsSuccessfulWebPage(pstPage) &&
-                       stWindow.FitsPage(*pstPage);
-            });
-        }
-    }
+    const MainPageScreen<CompareType> stScreen(pstInfo);
+    return orvane::WalkList(&pstCtx->stPageNodeList,
+                            [&](STTranNode *pstNode) { return stScreen.Takes(PageOf(pstNode)); });
 }
 
-enum class MainScreen : uint8_t {
+enum class MainVerdict : uint8_t {
     kWalk,     // compare as written
     kNothing,  // the walk finds nothing
     kSure,     // the walk stops on the candidate
 };
 
+// The verdict from the rule's first candidate page (null: none). A first
+// candidate whose saved key is the event's (the location or referer rule,
+// texts that fit their arrays) is the page the walk stops on, as every page
+// before it fails a test the walk makes first. The host rule's page may
+// still refuse by time and let older ones try.
+MainVerdict SettleMain(const STEventInfo *pstInfo, uint32_t enCompareType, STTranNode *pstFirst,
+                       STPageNode **ppstSure)
+{
+    if (pstFirst == nullptr) {
+        return MainVerdict::kNothing;
+    }
+    if (enCompareType == COMPARE_HOST_WITH_MAIN_REQ_HOST) {
+        return MainVerdict::kWalk;
+    }
+    STPageNode *pstPage = PageOf(pstFirst);
+    const bool bLocation = enCompareType == COMPARE_URL_WITH_MAIN_REQ_LOCATION;
+    const uint32_t uiSavedKey = bLocation ? pstPage->uiLocationKey : pstPage->uiURLKey;
+    const uint32_t uiEventKey = bLocation ? pstInfo->uiURLHashKey : pstInfo->uiRefererHashKey;
+    if (uiSavedKey == 0 || uiSavedKey != uiEventKey || !PageTextsFit(pstPage)) {
+        return MainVerdict::kWalk;
+    }
+    *ppstSure = pstPage;
+    return MainVerdict::kSure;
+}
+
 // With TRACE off and sound arguments a main compare logs nothing until it
-// has found no page or found one, so the screen may settle it: no candidate
-// page, and nothing is found without a compare record; a first candidate
-// whose saved key is the event's (the location or referer rule, texts that
-// fit their arrays) is the page the walk stops on, as every page before it
-// fails a test the walk makes first.
-MainScreen ScreenMainCompare(const STEventInfo *pstInfo, uint32_t enCompareType, STPageNode **ppstSure)
+// has found no page or found one, so its first candidate may settle it
+// (SettleMain) without a compare record.
+MainVerdict ScreenMainCompare(const STEventInfo *pstInfo, uint32_t enCompareType, STPageNode **ppstSure)
 {
     if (g_enSDKLogLevel <= LOG_LEVEL_TRACE || pstInfo == nullptr || !orvane::IsValidThread(pstInfo->ucThreadID)) {
-        return MainScreen::kWalk;
+        return MainVerdict::kWalk;
     }
     const STWebPage *pstCtx = ContextOf(pstInfo->ucThreadID);
     if (pstCtx == nullptr) {
-        return MainScreen::kWalk;
+        return MainVerdict::kWalk;
     }
     if (pstInfo->usHostLen == 0 && pstInfo->usURLLen == 0 && pstInfo->usRefererUrlLen == 0) {
-        return MainScreen::kNothing;
+        return MainVerdict::kNothing;
     }
-    STTranNode *pstFirst = nullptr;
-    uint32_t uiSavedKey = 0;
-    uint32_t uiEventKey = 0;
     switch (enCompareType) {
         case COMPARE_URL_WITH_MAIN_REQ_LOCATION:
-            pstFirst = FirstMainCandidate<COMPARE_URL_WITH_MAIN_REQ_LOCATION>(pstCtx, pstInfo);
-            uiSavedKey = pstFirst != nullptr ? PageOf(pstFirst)->uiLocationKey : 0;
-            uiEventKey = pstInfo->uiURLHashKey;
-            break;
+            return SettleMain(pstInfo, enCompareType,
+                              FirstMainCandidate<COMPARE_URL_WITH_MAIN_REQ_LOCATION>(pstCtx, pstInfo), ppstSure);
         case COMPARE_REFERER_WITH_MAIN_REQ_URL:
-            pstFirst = FirstMainCandidate<COMPARE_REFERER_WITH_MAIN_REQ_URL>(pstCtx, pstInfo);
-            uiSavedKey = pstFirst != nullptr ? PageOf(pstFirst)->uiURLKey : 0;
-            uiEventKey = pstInfo->uiRefererHashKey;
-            break;
+            return SettleMain(pstInfo, enCompareType,
+                              FirstMainCandidate<COMPARE_REFERER_WITH_MAIN_REQ_URL>(pstCtx, pstInfo), ppstSure);
         case COMPARE_HOST_WITH_MAIN_REQ_HOST:
-            // The host rule's page may still refuse by time and let older ones try.
-            pstFirst = FirstMainCandidate<COMPARE_HOST_WITH_MAIN_REQ_HOST>(pstCtx, pstInfo);
-            return pstFirst == nullptr ? MainScreen::kNothing : MainScreen::kWalk;
+            return SettleMain(pstInfo, enCompareType,
+                              FirstMainCandidate<COMPARE_HOST_WITH_MAIN_REQ_HOST>(pstCtx, pstInfo), ppstSure);
         default:
-            return MainScreen::kWalk;
+            return MainVerdict::kWalk;
     }
-    if (pstFirst == nullptr) {
-        return MainScreen::kNothing;
+}
+
+// The compare as the verdict says: nothing, the sure page, or as written.
+uint64_t CompareMainAs(STEventInfo *pstInfo, uint32_t enCompareType, MainVerdict enVerdict, STPageNode *pstSure)
+{
+    switch (enVerdict) {
+        case MainVerdict::kNothing:
+            return 0;
+        case MainVerdict::kSure:
+            return TakeMainMatch(pstSure, pstInfo, enCompareType);
+        case MainVerdict::kWalk:
+            break;
     }
-    STPageNode *pstPage = PageOf(pstFirst);
-    if (uiSavedKey == 0 || uiSavedKey != uiEventKey || !PageTextsFit(pstPage)) {
-        return MainScreen::kWalk;
+    STCompareInfo stCompare;
+    std::memset(&stCompare, 0, sizeof(stCompare));
+    if (GetCompareInfo(pstInfo, enCompareType, &stCompare) == 1) {
+        return 0;
     }
-    *ppstSure = pstPage;
-    return MainScreen::kSure;
+    return CompareMainReqString(pstInfo, &stCompare, enCompareType);
 }
 
 }  // namespace
@@ -619,20 +694,8 @@ void SpecialProcUrlWithMainReqLocation(STPageNode *pstPage, STEventInfo *pstInfo
 uint64_t CompareMainReqCommon(STEventInfo *pstInfo, uint32_t enCompareType)
 {
     STPageNode *pstSure = nullptr;
-    switch (ScreenMainCompare(pstInfo, enCompareType, &pstSure)) {
-        case MainScreen::kNothing:
-            return 0;
-        case MainScreen::kSure:
-            return TakeMainMatch(pstSure, pstInfo, enCompareType);
-        case MainScreen::kWalk:
-            break;
-    }
-    STCompareInfo stCompare;
-    std::memset(&stCompare, 0, sizeof(stCompare));
-    if (GetCompareInfo(pstInfo, enCompareType, &stCompare) == 1) {
-        return 0;
-    }
-    return CompareMainReqString(pstInfo, &stCompare, enCompareType);
+    const MainVerdict enVerdict = ScreenMainCompare(pstInfo, enCompareType, &pstSure);
+    return CompareMainAs(pstInfo, enCompareType, enVerdict, pstSure);
 }
 
 }  // extern "C"
