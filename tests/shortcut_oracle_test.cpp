@@ -219,6 +219,8 @@ TEST_F(PreparedWindowTest, AgreesWithCompareMsgTimeOverAGrid)
     for (int config = 0; config < 3; ++config) {
         g_ausCauseCode407[0] = config == 2 ? 0 : 407;
         g_auiTimeThreshold[5] = config == 1 ? 0 : 7000;  // host row, network 1: fallback or longer
+        g_auiTimeThreshold[9] = config == 1 ? 0 : 3500;   // referer-URL row: a fallback longer than the row
+        g_auiTimeThreshold[18] = config == 1 ? 0 : 9000;  // non-web row, network 2: fallback or longest
         for (uint32_t type = 0; type <= COMPARE_TRANS_WITH_PAGE_ALT + 1; ++type) {
             for (uint64_t b : times) {
                 for (uint64_t e : {uint64_t{0}, b + kSec, b, b - 3 * kSec}) {
@@ -236,7 +238,9 @@ TEST_F(PreparedWindowTest, AgreesWithCompareMsgTimeOverAGrid)
                                     ASSERT_EQ(window.FitsPage(first, x, y, length), inside)
                                         << "type " << type << " begin " << b << " end " << e << " X " << x
                                         << " Y " << y << " net " << net << " cause " << cause;
-                                    // The long-past screen only ever refuses.
+                                    // The long-past screen only ever refuses, also on the
+                                    // longest window of the row.
+                                    ASSERT_GE(window.LongestLength(), length) << "type " << type << " net " << net;
                                     ASSERT_FALSE(inside && orvane::LongPast(x, y, orvane::EarliestEventTime(b, e),
                                                                             length))
                                         << "type " << type << " begin " << b << " end " << e << " X " << x

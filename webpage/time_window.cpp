@@ -106,24 +106,37 @@ struct TimeOnlyWindows {
     orvane::FixedWindow<COMPARE_TRANS_WITH_PAGE> stWebPage;
     orvane::FixedWindow<COMPARE_APP_CORRELATION> stOtherPage;
     orvane::TimeWindow stWebJoin;
+    // Their longest lengths, from the thresholds as they are now.
+    uint64_t ullWebLongest = stWebPage.LongestLength();
+    uint64_t ullOtherLongest = stOtherPage.LongestLength();
+
+    void ReadLongest()
+    {
+        ullWebLongest = stWebPage.LongestLength();
+        ullOtherLongest = stOtherPage.LongestLength();
+    }
 };
 
 // Whether the page's window takes the event: a web page by the transaction
 // window, any other by the application window. Most pages are outside, so
-// the walk tests this inline and calls out only for a page that fits; a
-// page long past its window is passed over on its two times.
+// the walk tests this inline and calls out only for a page that fits. A
+// page long past the longest window of its kind is passed over on its two
+// times.
 __attribute__((always_inline)) inline bool FitsByTime(const STPageNode *pstPage, uint64_t ullBegin,
                                                       uint64_t ullEarliest, const TimeOnlyWindows &stWindows)
 {
     const bool bWeb = orvane::HasFlag(pstPage, PAGE_FLAG_WEBTYPE);
-    const uint64_t ullLength = bWeb ? stWindows.stWebPage.LengthFor(pstPage->enNetworkType, 0)
-                                    : stWindows.stOtherPage.LengthFor(pstPage->enNetworkType, 0);
-    if (orvane::LongPast(pstPage->ullPageLastReq, pstPage->ullPageLastRsp, ullEarliest, ullLength) ||
+    if (orvane::LongPast(pstPage->ullPageLastReq, pstPage->ullPageLastRsp, ullEarliest,
+                         bWeb ? stWindows.ullWebLongest : stWindows.ullOtherLongest) ||
         !orvane::MayJoinByTime(pstPage, ullBegin)) {
         return false;
     }
-    return bWeb ? stWindows.stWebPage.Fits(pstPage->ullPageLastReq, pstPage->ullPageLastRsp, ullLength)
-                : stWindows.stOtherPage.Fits(pstPage->ullPageLastReq, pstPage->ullPageLastRsp, ullLength);
+    if (bWeb) {
+        const auto &stWeb = stWindows.stWebPage;
+        return stWeb.Fits(pstPage->ullPageLastReq, pstPage->ullPageLastRsp, stWeb.LengthFor(pstPage->enNetworkType, 0));
+    }
+    const auto &stOther = stWindows.stOtherPage;
+    return stOther.Fits(pstPage->ullPageLastReq, pstPage->ullPageLastRsp, stOther.LengthFor(pstPage->enNetworkType, 0));
 }
 
 // A page that FitsByTime: the ID that took the event, or 0 to go on.
@@ -280,7 +293,7 @@ uint64_t CompareMsgTimeWithAllPageNode(STEventInfo *pstInfo)
     const uint64_t ullBegin = pstInfo->ullReqBeginTime;
     const uint64_t ullEnd = pstInfo->ullReqEndTime;
     const uint16_t usCause = pstInfo->usCauseCode;
-    const TimeOnlyWindows stWindows{
+    TimeOnlyWindows stWindows{
         orvane::FixedWindow<COMPARE_TRANS_WITH_PAGE>(ullBegin, ullEnd, usCause),
         orvane::FixedWindow<COMPARE_APP_CORRELATION>(ullBegin, ullEnd, usCause),
         orvane::TimeWindow(COMPARE_TRANS_WITH_PAGE, ullBegin, ullEnd, usCause),
@@ -293,7 +306,12 @@ uint64_t CompareMsgTimeWithAllPageNode(STEventInfo *pstInfo)
             return false;
         }
         ullPageID = MatchPageByTime(pstPage, pstInfo, stWindows);
-        return ullPageID != 0;
+        if (ullPageID != 0) {
+            return true;
+        }
+        // A callback may have rewritten the thresholds.
+        stWindows.ReadLongest();
+        return false;
     });
     if (ullPageID == 0) {
         LOG_TRACE(ucThreadID, "Other match is fail,match page with time but not match page.");

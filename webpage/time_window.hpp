@@ -119,6 +119,18 @@ public:
         return (m_stRule.bDouble407 && m_us407 != 0 && usPageCauseCode == m_us407) ? ullLength << 1 : ullLength;
     }
 
+    // At least LengthFor for any network type and page cause: the row's
+    // longest entry or its fallback, doubled where a 407 page doubles it.
+    uint64_t LongestLength() const
+    {
+        uint32_t uiMs = m_puiThresholdRow[0];
+        for (uint32_t uiColumn = 1; uiColumn < kNetworkColumnNum; ++uiColumn) {
+            uiMs = m_puiThresholdRow[uiColumn] > uiMs ? m_puiThresholdRow[uiColumn] : uiMs;
+        }
+        const uint64_t ullLength = uiMs * kNsPerMs > m_ullFallback ? uiMs * kNsPerMs : m_ullFallback;
+        return (m_stRule.bDouble407 && m_us407 != 0) ? ullLength << 1 : ullLength;
+    }
+
     // The single-rule windows' verdict against references X and Y.
     __attribute__((always_inline)) bool Fits(uint64_t ullRefBegin, uint64_t ullRefEnd, uint64_t ullLength) const
     {
