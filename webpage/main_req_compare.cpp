@@ -242,8 +242,8 @@ public:
 
     __attribute__((always_inline)) bool Takes(const STPageNode *pstPage) const
     {
-        return pstPage->uiLocationKey != 0 && IsSuccessfulWebPage(pstPage) &&
-               LocationMayMatch(pstPage, m_uiURLKey, m_stLocation) && m_stWindow.FitsPage(*pstPage);
+        return pstPage->uiLocationKey != 0 && LocationMayMatch(pstPage, m_uiURLKey, m_stLocation) &&
+               IsSuccessfulWebPage(pstPage) && m_stWindow.FitsPage(*pstPage);
     }
 
 private:

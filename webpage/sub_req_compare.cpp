@@ -367,33 +367,38 @@ uint64_t CompareRefererWithAllReqReferer(STEventInfo *pstInfo)
         LOG_TRACE(ucTid, "Page is NULL.");
         return 0;
     }
-    // The screen's window is the page's alone: a page long past the longest
-    // the rule's row can open is outside it, on its two times, before its
-    // saved referers are walked. The bound is read again after a compare,
-    // which may call the daemon.
+    // Without its referer-key branch, CompareRefererWithReferer gives the
+    // sub compare's result, which the screen may settle here (inline: the
+    // record and its thread were checked above). The screen's window is the
+    // page's alone: a page long past the longest the rule's row can open is
+    // outside it, on its two times, before anything else of the page is
+    // read. None of these tests writes anything, so their order is free;
+    // the level, the event's times and the bound are read again after a
+    // compare, which may call the daemon.
     const orvane::FixedWindow<COMPARE_REFERER_WITH_REFERER> stWindow(pstInfo->ullReqBeginTime,
                                                                      pstInfo->ullReqEndTime, pstInfo->usCauseCode);
-    const uint64_t ullEarliest = orvane::EarliestEventTime(pstInfo->ullReqBeginTime, pstInfo->ullReqEndTime);
+    uint64_t ullEarliest = orvane::EarliestEventTime(pstInfo->ullReqBeginTime, pstInfo->ullReqEndTime);
     uint64_t ullLongest = stWindow.LongestLength();
+    bool bQuiet = g_enSDKLogLevel > LOG_LEVEL_TRACE;
     // A page made during the walk ends it at once, so the walk never sees
     // the new head.
     uint64_t ullPageID = 0;
     orvane::WalkList(&pstCtx->stPageNodeList, [&](STTranNode *pstNode) {
         STPageNode *pstPage = PageOf(pstNode);
-        if (!IsSuccessfulWebPage(pstPage)) {
+        const bool bScreened = bQuiet && !(pstPage->uiRefererKey != 0 &&
+                                           pstPage->uiRefererKey == pstInfo->uiRefererHashKey);
+        if (bScreened &&
+            orvane::LongPast(pstPage->ullPageLastReq, pstPage->ullPageLastRsp, ullEarliest, ullLongest)) {
             return false;
         }
-        // Without its referer-key branch, CompareRefererWithReferer gives
-        // the sub compare's result, which the screen may settle here (inline:
-        // the record and its thread were checked above).
-        const bool bSameKey = pstPage->uiRefererKey != 0 && pstPage->uiRefererKey == pstInfo->uiRefererHashKey;
-        if (!bSameKey && g_enSDKLogLevel > LOG_LEVEL_TRACE &&
-            (orvane::LongPast(pstPage->ullPageLastReq, pstPage->ullPageLastRsp, ullEarliest, ullLongest) ||
-             SubCompareFindsNothingFor<COMPARE_REFERER_WITH_REFERER>(pstPage, pstInfo))) {
+        if (!IsSuccessfulWebPage(pstPage) ||
+            (bScreened && SubCompareFindsNothingFor<COMPARE_REFERER_WITH_REFERER>(pstPage, pstInfo))) {
             return false;
         }
         ullPageID = CompareRefererWithReferer(pstInfo, pstPage);
+        ullEarliest = orvane::EarliestEventTime(pstInfo->ullReqBeginTime, pstInfo->ullReqEndTime);
         ullLongest = stWindow.LongestLength();
+        bQuiet = g_enSDKLogLevel > LOG_LEVEL_TRACE;
         return ullPageID != 0;
     });
     if (ullPageID == 0) {
