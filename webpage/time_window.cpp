@@ -122,13 +122,13 @@ struct TimeOnlyWindows {
 // the walk tests this inline and calls out only for a page that fits. A
 // page long past the longest window of its kind is passed over on its two
 // times.
-__attribute__((always_inline)) inline bool FitsByTime(const STPageNode *pstPage, uint64_t ullBegin,
+__attribute__((always_inline)) inline bool FitsByTime(const STPageNode *pstPage, const STEventInfo *pstInfo,
                                                       uint64_t ullEarliest, const TimeOnlyWindows &stWindows)
 {
     const bool bWeb = orvane::HasFlag(pstPage, PAGE_FLAG_WEBTYPE);
     if (orvane::LongPast(pstPage->ullPageLastReq, pstPage->ullPageLastRsp, ullEarliest,
                          bWeb ? stWindows.ullWebLongest : stWindows.ullOtherLongest) ||
-        !orvane::MayJoinByTime(pstPage, ullBegin)) {
+        !orvane::MayJoinByTime(pstPage, pstInfo->ullReqBeginTime)) {
         return false;
     }
     if (bWeb) {
@@ -302,7 +302,7 @@ uint64_t CompareMsgTimeWithAllPageNode(STEventInfo *pstInfo)
     uint64_t ullPageID = 0;
     orvane::WalkList(&pstContext->stPageNodeList, [&](STTranNode *pstNode) {
         STPageNode *pstPage = orvane::PageOf(pstNode);
-        if (!FitsByTime(pstPage, pstInfo->ullReqBeginTime, ullEarliest, stWindows)) {
+        if (!FitsByTime(pstPage, pstInfo, ullEarliest, stWindows)) {
             return false;
         }
         ullPageID = MatchPageByTime(pstPage, pstInfo, stWindows);
