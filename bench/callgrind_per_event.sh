@@ -16,7 +16,7 @@ work="$(mktemp -d)"
 trap 'rm -rf "$work"' EXIT
 
 command -v valgrind >/dev/null || { echo "valgrind is not installed" >&2; exit 1; }
-for b in orvane_bench_events orvane_bench_events_nolog; do
+for b in orvane_bench_events orvane_bench_events_nolog orvane_bench_events_shared; do
   [ -x "$bin/$b" ] || { echo "missing $bin/$b: build with -DORVANE_BUILD_BENCH=ON" >&2; exit 1; }
 done
 
@@ -44,3 +44,8 @@ done
 ir=$(count orvane_bench_events worst $((events / 10)) sample)
 printf '%-40s %12s %8.2f\n' "worst/30_pages_300_strings" "$ir" \
   "$(awk -v a="$ir" -v b="$sample_floor" 'BEGIN { print a / b }')"
+# The same through liborvaneSDK.so: the daemon's calls go through the PLT.
+for stream in sample browsing; do
+  printf '%-40s %12s\n' "shared_library/typical/$stream" "$(count orvane_bench_events_shared typical "$events" "$stream")"
+done
+printf '%-40s %12s\n' "shared_library/worst" "$(count orvane_bench_events_shared worst $((events / 10)) sample)"

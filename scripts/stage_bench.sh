@@ -32,6 +32,7 @@ for mode in floor typical typical_log0 worst rss; do
   run "$bin/orvane_bench_events" "$mode" 2000
 done
 run "$bin/orvane_bench_events_nolog" typical 2000
+run "$bin/orvane_bench_events_shared" typical 2000
 run "$bin/orvane_bench_events" typical 2000 browsing
 echo "--- orvane_bench_events jsonl 1000"
 "$bin/orvane_bench_events" jsonl 1000 >/dev/null || { echo "FAILED: jsonl"; failed=1; }
