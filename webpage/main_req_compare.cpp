@@ -224,6 +224,15 @@ STTranNode *WalkMainPages(STTranManage *pstList, STEventInfo *pstInfo, STCompare
     });
 }
 
+// The event's side of a probe, read from the compare record's fields.
+template <typename Probe>
+Probe ProbeFor(const STEventInfo *pstInfo)
+{
+    STCompareInfo stCompare;
+    FillCompareFields(pstInfo, &stCompare);
+    return Probe(&stCompare);
+}
+
 // A main compare's candidate pages: those past its walk's tests short of the
 // text equivalence (saved key first: most pages fail there, and none of
 // these tests writes anything, so their order is free).
@@ -235,7 +244,7 @@ class MainPageScreen<COMPARE_URL_WITH_MAIN_REQ_LOCATION> {
 public:
     explicit MainPageScreen(const STEventInfo *pstInfo)
         : m_stWindow(pstInfo->ullReqBeginTime, pstInfo->ullReqEndTime, pstInfo->usCauseCode),
-          m_stLocation(ProbeFor(pstInfo)),
+          m_stLocation(ProbeFor<LocationProbe>(pstInfo)),
           m_uiURLKey(pstInfo->uiURLHashKey)
     {
     }
@@ -247,13 +256,6 @@ public:
     }
 
 private:
-    static LocationProbe ProbeFor(const STEventInfo *pstInfo)
-    {
-        STCompareInfo stCompare;
-        FillCompareFields(pstInfo, &stCompare);
-        return LocationProbe(&stCompare);
-    }
-
     FixedWindow<COMPARE_URL_WITH_MAIN_REQ_LOCATION> m_stWindow;
     LocationProbe m_stLocation;
     uint32_t m_uiURLKey;
@@ -264,7 +266,7 @@ class MainPageScreen<COMPARE_REFERER_WITH_MAIN_REQ_URL> {
 public:
     explicit MainPageScreen(const STEventInfo *pstInfo)
         : m_stWindow(pstInfo->ullReqBeginTime, pstInfo->ullReqEndTime, pstInfo->usCauseCode),
-          m_stReferer(ProbeFor(pstInfo))
+          m_stReferer(ProbeFor<RefererProbe>(pstInfo))
     {
     }
 
@@ -275,13 +277,6 @@ public:
     }
 
 private:
-    static RefererProbe ProbeFor(const STEventInfo *pstInfo)
-    {
-        STCompareInfo stCompare;
-        FillCompareFields(pstInfo, &stCompare);
-        return RefererProbe(&stCompare);
-    }
-
     FixedWindow<COMPARE_REFERER_WITH_MAIN_REQ_URL> m_stWindow;
     RefererProbe m_stReferer;
 };
